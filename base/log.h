@@ -6,13 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/compiler.h"
 #include "base/mutex.h"
-
-#if defined(__MINGW32__) && !defined(__clang__)
-#define CVN_PRINTF(format, first) __attribute__((format(gnu_printf, format, first)))
-#else
-#define CVN_PRINTF(format, first) __attribute__((format(printf, format, first)))
-#endif
 
 namespace cvn::agent {
 

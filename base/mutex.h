@@ -4,13 +4,9 @@
 #include <condition_variable>
 #include <mutex>
 
-// Clang's thread-safety analysis checks which fields a lock guards; other compilers see nothing.
-#if defined(__clang__)
-#define CVN_THREAD_ATTRIBUTE(x) __attribute__((x))
-#else
-#define CVN_THREAD_ATTRIBUTE(x)
-#endif
+#include "base/compiler.h"
 
+// Checked by clang's thread-safety analysis; nothing to other compilers.
 #define GUARDED_BY(mutex) CVN_THREAD_ATTRIBUTE(guarded_by(mutex))
 #define REQUIRES(...) CVN_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) CVN_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
