@@ -1,15 +1,19 @@
 #pragma once
 
-#include <cstdint>
+#include <cstdarg>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <string>
+#include <functional>
 #include <string_view>
 
 #include "base/compiler.h"
+#include "base/log_file.h"
 #include "base/mutex.h"
 
 namespace cvn::agent {
+
+/// Sees every line's level and message. Called with the log's lock held, so it must not log.
+using LogObserver = std::function<void(std::string_view level, std::string_view message)>;
 
 /// The log of the whole process: one line a message, on standard output and, once a file is open, in that
 /// file too.
@@ -19,6 +23,9 @@ namespace cvn::agent {
 /// interleave. Nothing is ever reported to the caller: logging must not be able to fail what it reports on.
 class AgentLog {
  public:
+  /// `console` is borrowed.
+  explicit AgentLog(std::FILE* console = stdout) : console_(console) {}
+
   void Info(const char* format, ...) CVN_PRINTF(2, 3);
   void Warn(const char* format, ...) CVN_PRINTF(2, 3);
   void Write(std::string_view level, std::string_view message) EXCLUDES(mutex_);
@@ -30,14 +37,18 @@ class AgentLog {
   /// Detaches the file sink: how a test starts fresh.
   void CloseFile() EXCLUDES(mutex_);
 
- private:
-  void Rotate() REQUIRES(mutex_);
+  /// Lets `observer` see the lines from now on, in place of any other; an empty one ends it. No call is under
+  /// way once this returns.
+  void Observe(LogObserver observer) EXCLUDES(mutex_);
 
+ private:
+  void WriteFormatted(const char* level, const char* format, std::va_list arguments) EXCLUDES(mutex_);
+  void WriteLine(std::string_view line) REQUIRES(mutex_);
+
+  std::FILE* const console_;
   Mutex mutex_;
-  std::ofstream file_ GUARDED_BY(mutex_);
-  std::filesystem::path path_ GUARDED_BY(mutex_);
-  uint64_t maxBytes_ GUARDED_BY(mutex_) = 0;
-  uint64_t writtenBytes_ GUARDED_BY(mutex_) = 0;
+  LogFile file_ GUARDED_BY(mutex_);
+  LogObserver observer_ GUARDED_BY(mutex_);
 };
 
 /// The process-wide log, created on first use.
