@@ -13,8 +13,16 @@ namespace cvn::agent {
 /// message, a damaged screen). A wake that finds nobody waiting ends the next wait.
 class StopSignal {
  public:
-  void Set() EXCLUDES(mutex_) { Raise(set_); }
-  void Wake() EXCLUDES(mutex_) { Raise(woken_); }
+  void Set() EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    set_ = true;
+    changed_.NotifyAll();
+  }
+  void Wake() EXCLUDES(mutex_) {
+    MutexLock lock(mutex_);
+    woken_ = true;
+    changed_.NotifyAll();
+  }
 
   bool IsSet() const EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
@@ -36,12 +44,6 @@ class StopSignal {
   }
 
  private:
-  void Raise(bool& flag) {
-    MutexLock lock(mutex_);
-    flag = true;
-    changed_.NotifyAll();
-  }
-
   mutable Mutex mutex_;
   ConditionVariable changed_;
   bool set_ GUARDED_BY(mutex_) = false;

@@ -1,0 +1,32 @@
+#include "base/stop_signal.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace cvn::agent {
+namespace {
+
+constexpr std::chrono::hours kForever{1};
+
+TEST(StopSignal, AWakeBeforeTheWaitEndsOneWaitOnly) {
+  StopSignal stop;
+  stop.Wake();
+  stop.Wake();
+  EXPECT_TRUE(stop.WaitFor(kForever));
+  EXPECT_FALSE(stop.WaitFor(std::chrono::milliseconds(1)));
+  EXPECT_FALSE(stop.IsSet());
+}
+
+TEST(StopSignal, SetEndsAWaitInAnotherThread) {
+  StopSignal stop;
+  std::thread waiter([&] {
+    while (!stop.IsSet()) stop.WaitFor(kForever);
+  });
+  stop.Set();
+  waiter.join();
+  EXPECT_FALSE(stop.WaitFor(kForever)) << "a set signal never waits, and is no wake";
+}
+
+}  // namespace
+}  // namespace cvn::agent
