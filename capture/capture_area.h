@@ -21,6 +21,7 @@ struct CaptureArea {
   int32_t originY = 0;
   int32_t width = 0;
   int32_t height = 0;
+  bool operator==(const CaptureArea&) const = default;
 };
 
 /// The area for a requested monitor number; any number that is not in `monitors` means the whole virtual
