@@ -7,31 +7,10 @@
 
 #include "base/geometry.h"
 #include "tiles/encoded_frame.h"
-#include "tiles/tile_grid.h"
+#include "tiles/tile_encoder_settings.h"
 #include "tiles/tile_image_codec.h"
 
 namespace cvn::agent {
-
-/// How tiles are cut and coded. Quality fields are clamped where they are used.
-struct TileEncoderSettings {
-  int32_t tileSize = 64;
-  /// >= 1: that many full-width strips instead of square tiles.
-  int32_t strips = 0;
-  int32_t paletteColors = 256;
-  int32_t tileQ = 90;
-  bool coarseEnabled = true;
-  int32_t coarseQuality = 30;
-  double coarseFraction = 0.5;
-  int32_t coarseMinTiles = 6;
-  int32_t refineTilesPerPass = 2;
-  /// Bits per pixel, as are the two budgets below.
-  int32_t losslessBudget = 3;
-  int32_t refineBudget = 8;
-  int32_t photoHoldFrames = 60;
-  int32_t photoNearFactor = 3;
-  int32_t sampleRowStep = 8;
-  int32_t sampleBudgetFactor = 4;
-};
 
 /// Turns frames of one fixed size into the tiles that changed, each coded by the cheapest coding that suits
 /// it.
@@ -41,8 +20,7 @@ struct TileEncoderSettings {
 class TileEncoder {
  public:
   /// `codec` is borrowed and may be null: tiles with many colours then travel losslessly. Throws
-  /// std::out_of_range
-  /// ("frame size", "tile size").
+  /// std::out_of_range("frame size") or ("tile size").
   TileEncoder(int width, int height, TileImageCodec* codec, const TileEncoderSettings& settings);
   ~TileEncoder();
   TileEncoder(const TileEncoder&) = delete;
@@ -57,14 +35,20 @@ class TileEncoder {
   /// tileQ is clamped to 1..100, paletteColors to 1..256; a negative losslessBudget changes nothing, else at
   /// most 32.
   void SetQuality(int tileQ, int paletteColors, int losslessBudget);
+  /// Off until set. The line is slow: photographic tiles are tried as WebP first, and a frame in which much
+  /// changed may be coarse.
   void SetAllowWebp(bool allow);
+  /// Off until set. The caller has made every frame's colour bytes equal; palettes are then small.
   void SetGrayscale(bool grayscale);
+  /// On until cleared. Cleared, every tile beyond the palette limit is photographic without a test, which
+  /// saves time and costs sharpness.
   void SetEstimatePhotographic(bool estimate);
   /// The next frame is a keyframe.
   void ForgetReference();
-  /// One-shot: the next frame codes the tiles of the last coarse frame again.
+  /// One-shot: the next frame codes the tiles of the last coarse frame again, changed or not.
   void RequestCoarseResend();
-  /// One-shot: when nothing changed, the next frame improves lossy tiles losslessly.
+  /// One-shot: when nothing changed, the next frame codes a few lossy tiles exactly. An empty result then
+  /// says that no tile is left to improve.
   void RequestRefine();
 
   int TileHeight() const;
