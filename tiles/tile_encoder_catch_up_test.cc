@@ -1,0 +1,224 @@
+// Coarse frames, their re-sends and refine passes: what is sent roughly first and exactly later.
+#include <gtest/gtest.h>
+
+#include "testing/tile_encoder_fixture.h"
+
+namespace cvn::agent {
+namespace {
+
+TEST_F(TileEncoderTest, CoarseFrameNeedsEnoughOfTheScreen) {
+  const struct {
+    const char* what;
+    int columns, rows, changed;
+    double fraction;
+    int minTiles;
+    bool coarse;
+  } rows[] = {
+      {"half of 100", 10, 10, 50, 0.5, 6, true},
+      {"one less", 10, 10, 49, 0.5, 6, false},
+      {"4.5 is truncated to 4, the minimum is 6", 3, 3, 6, 0.5, 6, true},
+      {"the minimum is 6", 3, 3, 5, 0.5, 6, false},
+      {"4.5 is truncated to 4", 3, 3, 4, 0.5, 1, true},
+      {"4 are not 3", 3, 3, 3, 0.5, 1, false},
+  };
+  for (const auto& row : rows) {
+    TileScreen screen = TileScreen::OfTiles(row.columns, row.rows);
+    TileEncoderSettings settings = SmallTiles();
+    settings.coarseFraction = row.fraction;
+    settings.coarseMinTiles = row.minTiles;
+    auto encoder = Started(screen, settings);
+    for (int i = 0; i < row.changed; ++i) screen.Draw(i, 7);
+    const EncodedFrame frame = encoder->Encode(screen.Bytes());
+    EXPECT_EQ(frame.coarse, row.coarse) << row.what;
+    EXPECT_EQ(Indices(frame), FirstTiles(row.changed)) << row.what;
+  }
+}
+
+TEST_F(TileEncoderTest, CoarseFrameNeedsPermissionCodecAndReference) {
+  enum Obstacle { kNothing, kDisabled, kFastLine, kNoCodec, kNoReference, kResend };
+  for (const Obstacle obstacle : {kNothing, kDisabled, kFastLine, kNoCodec, kNoReference, kResend}) {
+    TileScreen screen = TileScreen::OfTiles(3, 3);
+    TileEncoderSettings settings = SmallTiles();
+    settings.coarseEnabled = obstacle != kDisabled;
+    TileEncoder encoder(3 * kTile, 3 * kTile, obstacle == kNoCodec ? nullptr : &codec, settings);
+    encoder.SetAllowWebp(obstacle != kFastLine);
+    encoder.Encode(screen.Bytes());
+    if (obstacle == kNoReference) encoder.ForgetReference();
+    if (obstacle == kResend) encoder.RequestCoarseResend();
+    for (int i = 0; i < 9; ++i) screen.Draw(i, 7);
+    EXPECT_EQ(encoder.Encode(screen.Bytes()).coarse, obstacle == kNothing) << obstacle;
+  }
+}
+
+TEST_F(TileEncoderTest, CoarseFrameIsRoughExceptForPaletteTiles) {
+  const struct { int tileQ, coarseQuality, used; } rows[] = {{90, 30, 30}, {20, 30, 20}, {90, -5, 1}};
+  for (const auto& row : rows) {
+    TileScreen screen = TileScreen::OfTiles(3, 3);
+    TileEncoderSettings settings = SmallTiles();
+    settings.tileQ = row.tileQ;
+    settings.coarseQuality = row.coarseQuality;
+    settings.paletteColors = 8;
+    settings.losslessBudget = 32;
+    auto encoder = Started(screen, settings);
+    for (int i = 0; i < 9; ++i) screen.Draw(i, i < 4 ? 8 : 9);
+    const EncodedFrame frame = encoder->Encode(screen.Bytes());
+    EXPECT_TRUE(frame.coarse);
+    EXPECT_EQ(frame.losslessTiles, 4);
+    for (const EncodedTile& tile : frame.tiles)
+      EXPECT_EQ(tile.coding, tile.index < 4 ? TileCoding::kPalette : TileCoding::kWebp) << tile.index;
+    EXPECT_EQ(codec.lastQuality, row.used);
+  }
+}
+
+/// A 3 x 3 screen whose tiles 0 to 6 went out in a coarse frame.
+class CoarseTilesTest : public TileEncoderTest {
+ protected:
+  CoarseTilesTest() : encoder(Started(screen)) {
+    for (int i = 0; i < 7; ++i) screen.Photograph(i);
+    EXPECT_TRUE(encoder->Encode(screen.Bytes()).coarse);
+  }
+
+  EncodedFrame Resend() {
+    encoder->RequestCoarseResend();
+    return encoder->Encode(screen.Bytes());
+  }
+
+  TileScreen screen = TileScreen::OfTiles(3, 3);
+  std::unique_ptr<TileEncoder> encoder;
+};
+
+TEST_F(CoarseTilesTest, AreSentAgainOnceAtFullQuality) {
+  const EncodedFrame again = Resend();
+  EXPECT_EQ(Indices(again), FirstTiles(7));
+  EXPECT_FALSE(again.coarse) << "however many they are";
+  EXPECT_FALSE(again.keyframe);
+  EXPECT_EQ(codec.lastQuality, 90);
+  EXPECT_TRUE(encoder->Encode(screen.Bytes()).tiles.empty()) << "the request is one-shot";
+  EXPECT_TRUE(Resend().tiles.empty()) << "and they are no longer coarse";
+}
+
+TEST_F(CoarseTilesTest, AreSentAgainTogetherWithWhatChanged) {
+  screen.Flatten(8, 123);
+  EXPECT_EQ(Indices(Resend()), (std::vector<int>{0, 1, 2, 3, 4, 5, 6, 8}));
+}
+
+TEST_F(CoarseTilesTest, AreNoLongerCoarseOnceSentInADeltaFrame) {
+  screen.Flatten(2, 99);
+  screen.Flatten(8, 99);
+  EXPECT_EQ(encoder->Encode(screen.Bytes()).tiles.size(), 2u);
+  EXPECT_EQ(Indices(Resend()), (std::vector<int>{0, 1, 3, 4, 5, 6}));
+}
+
+TEST_F(CoarseTilesTest, AreThoseOfTheLastCoarseFrameOnly) {
+  for (int i = 3; i < 9; ++i) screen.Photograph(i);
+  EXPECT_TRUE(encoder->Encode(screen.Bytes()).coarse);
+  EXPECT_EQ(Indices(Resend()), (std::vector<int>{3, 4, 5, 6, 7, 8}));
+}
+
+TEST_F(CoarseTilesTest, AreForgottenByAKeyframe) {
+  encoder->ForgetReference();
+  EXPECT_TRUE(Resend().keyframe) << "the request is taken without effect";
+  EXPECT_TRUE(encoder->Encode(screen.Bytes()).tiles.empty());
+  EXPECT_TRUE(Resend().tiles.empty());
+}
+
+/// A 3 x 3 screen that the viewer has entirely as JPEG.
+class RefineTest : public TileEncoderTest {
+ protected:
+  static TileEncoderSettings Settings() {
+    TileEncoderSettings settings = SmallTiles();
+    settings.paletteColors = 4;
+    settings.losslessBudget = 0;
+    settings.refineBudget = 32;
+    return settings;
+  }
+
+  RefineTest() {
+    for (int i = 0; i < 9; ++i) screen.Draw(i, 20 + i);
+    encoder = Started(screen, Settings());
+  }
+
+  EncodedFrame Refine() {
+    encoder->RequestRefine();
+    return encoder->Encode(screen.Bytes());
+  }
+
+  TileScreen screen = TileScreen::OfTiles(3, 3);
+  std::unique_ptr<TileEncoder> encoder;
+};
+
+TEST_F(RefineTest, SendsAFewTilesExactlyEachTimeUntilNoneIsLeft) {
+  for (const auto& expected : {std::vector<int>{0, 1}, {2, 3}, {4, 5}, {6, 7}, {8}, {}}) {
+    const EncodedFrame frame = Refine();
+    EXPECT_EQ(Indices(frame), expected);
+    EXPECT_TRUE(frame.losslessRefine);
+    EXPECT_FALSE(frame.keyframe);
+    EXPECT_FALSE(frame.coarse);
+    EXPECT_EQ(frame.losslessTiles, static_cast<int>(expected.size()));
+    EXPECT_EQ(frame.encodedTiles, static_cast<int>(expected.size()));
+    EXPECT_EQ(frame.totalTiles, 9);
+    for (const EncodedTile& tile : frame.tiles)
+      EXPECT_EQ(tile.coding, TileCoding::kPalette) << "a palette may have 256 colours here";
+  }
+}
+
+TEST_F(RefineTest, WaitsForAScreenAtRest) {
+  screen.Flatten(4, 1);
+  const EncodedFrame changed = Refine();
+  EXPECT_FALSE(changed.losslessRefine);
+  EXPECT_EQ(Indices(changed), std::vector<int>{4});
+  EXPECT_FALSE(encoder->Encode(screen.Bytes()).losslessRefine) << "the request is one-shot";
+
+  encoder->ForgetReference();
+  EXPECT_TRUE(Refine().keyframe);
+  EXPECT_FALSE(encoder->Encode(screen.Bytes()).losslessRefine) << "taken by the keyframe without effect";
+
+  encoder->RequestCoarseResend();
+  EXPECT_FALSE(Refine().losslessRefine) << "a coarse re-send comes first";
+}
+
+TEST_F(RefineTest, SkipsTilesThatWereSentExactlyMeanwhile) {
+  screen.Flatten(0, 9);
+  screen.Flatten(1, 9);
+  EXPECT_EQ(encoder->Encode(screen.Bytes()).losslessTiles, 2);
+  EXPECT_EQ(Indices(Refine()), (std::vector<int>{2, 3}));
+}
+
+TEST_F(RefineTest, PassesOverTilesThatAreTooLargeUntilTheyWereSentExactly) {
+  screen.Photograph(1);  // 32 bits a pixel and the stream's own few bytes.
+  encoder->Encode(screen.Bytes());
+  EXPECT_EQ(Indices(Refine()), (std::vector<int>{0, 2}));
+  screen.Draw(1, 30);
+  encoder->Encode(screen.Bytes());
+  EXPECT_EQ(Indices(Refine()), (std::vector<int>{3, 4})) << "still rejected, though it would fit now";
+  screen.Flatten(1, 30);
+  encoder->Encode(screen.Bytes());
+  screen.Draw(1, 30);
+  encoder->Encode(screen.Bytes());
+  EXPECT_EQ(Indices(Refine()), (std::vector<int>{1, 5}));
+}
+
+TEST_F(RefineTest, BudgetIsInBitsPerPixel) {
+  // The same content once more, to know its exact size and find the budgets on both sides of it.
+  const size_t bytes = Refine().tiles[0].payload.size();
+  const int enough = static_cast<int>((bytes * 8 + kTile * kTile - 1) / (kTile * kTile));
+  for (const int budget : {enough, enough - 1}) {
+    TileScreen one = TileScreen::OfTiles(2, 1);
+    one.Draw(0, 20);
+    TileEncoderSettings settings = Settings();
+    settings.refineBudget = budget;
+    encoder = Started(one, settings);
+    encoder->RequestRefine();
+    EXPECT_EQ(encoder->Encode(one.Bytes()).tiles.size(), budget == enough ? 1u : 0u) << budget;
+  }
+}
+
+TEST_F(RefineTest, IgnoresTilesWhoseJpegFailed) {
+  codec.jpegBytes = 0;
+  codec.webpBytes = 0;
+  encoder = Started(screen, Settings());
+  EXPECT_TRUE(Refine().tiles.empty());
+}
+
+}  // namespace
+}  // namespace cvn::agent
