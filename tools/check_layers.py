@@ -53,7 +53,7 @@ def include_fault(path, quoted, name):
     folder = path.parts[0]
     if quoted:
         target = name.split("/")[0]
-        if target == "testing" and (is_test(path) or folder in AROUND):
+        if target in AROUND and (folder in AROUND or (target == "testing" and is_test(path))):
             return None
         if target not in LAYERS:
             return f'"{name}" is not a path from the root into one of the folders'
@@ -127,6 +127,8 @@ SELF_TEST = [
     ("base/compiler.h", "#if defined(__clang__)", False),
     ("base/log.cc", "#ifdef NDEBUG", False),
     ("tests/end_to_end/a.cc", "#include <X11/Xlib.h>", False),
+    ("tests/end_to_end/a.cc", '#include "tests/end_to_end/b.h"', False),
+    ("base/a_test.cc", '#include "tests/end_to_end/b.h"', True),
 ]
 
 
