@@ -11,7 +11,7 @@ TEST(FrameFormat, HeaderIsChannelThenBigEndianLength) {
   struct Row {
     const char* what;
     HeaderBytes bytes;
-    FrameHeader header;
+    ChannelFrameHeader header;
   };
   const Row rows[] = {
       {"smallest", {0, 0, 0, 0, 1}, {Channel::Control, 1}},
@@ -19,8 +19,8 @@ TEST(FrameFormat, HeaderIsChannelThenBigEndianLength) {
       {"largest, highest channel", {3, 0x00, 0x80, 0x00, 0x00}, {static_cast<Channel>(3), 8388608}},
   };
   for (const Row& row : rows) {
-    EXPECT_EQ(ParseFrameHeader(row.bytes), row.header) << row.what;
-    EXPECT_EQ(BuildFrameHeader(row.header), row.bytes) << row.what;
+    EXPECT_EQ(ParseChannelFrameHeader(row.bytes), row.header) << row.what;
+    EXPECT_EQ(BuildChannelFrameHeader(row.header), row.bytes) << row.what;
   }
 }
 
@@ -36,7 +36,7 @@ TEST(FrameFormat, RefusesWhatNoFrameCanBe) {
       {"one byte too many", {1, 0x00, 0x80, 0x00, 0x01}},
       {"length that is negative when signed", {1, 0xff, 0xff, 0xff, 0xff}},
   };
-  for (const Row& row : rows) EXPECT_FALSE(ParseFrameHeader(row.bytes)) << row.what;
+  for (const Row& row : rows) EXPECT_FALSE(ParseChannelFrameHeader(row.bytes)) << row.what;
 }
 
 }  // namespace

@@ -72,9 +72,9 @@ void TransportConnection::State::RunReader(const ReceiveHandler& handler) {
 }
 
 bool TransportConnection::State::ReadFrame(const ReceiveHandler& handler) {
-  std::array<uint8_t, kFrameHeaderBytes> headerBytes;
+  std::array<uint8_t, kChannelFrameHeaderBytes> headerBytes;
   if (!channel->ReceiveExactly(headerBytes)) return false;
-  const std::optional<FrameHeader> header = ParseFrameHeader(headerBytes);
+  const std::optional<ChannelFrameHeader> header = ParseChannelFrameHeader(headerBytes);
   if (!header) {
     Log().Warn("[transport] malformed frame header; closing the session");
     return false;
@@ -108,7 +108,7 @@ void TransportConnection::State::WriteQueued() {
 }
 
 bool TransportConnection::State::WriteFrame(const SendQueues::Message& message, std::vector<uint8_t>& frame) {
-  const auto header = BuildFrameHeader({message.channel, static_cast<uint32_t>(message.bytes.size())});
+  const auto header = BuildChannelFrameHeader({message.channel, static_cast<uint32_t>(message.bytes.size())});
   if (frame.capacity() > kKeptFrameBytes) frame = {};
   frame.assign(header.begin(), header.end());
   frame.insert(frame.end(), message.bytes.begin(), message.bytes.end());
