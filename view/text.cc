@@ -1,0 +1,27 @@
+#include "view/text.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <utility>
+
+namespace cvn::view {
+
+std::string FormatText(const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, arguments);
+  va_end(arguments);
+  std::string text(length > 0 ? static_cast<size_t>(length) : 0, '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  va_end(again);
+  return text;
+}
+
+bool Refuse(std::string& error, std::string text) {
+  error = std::move(text);
+  return false;
+}
+
+}  // namespace cvn::view

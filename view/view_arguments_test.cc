@@ -1,0 +1,88 @@
+#include "view/view_arguments.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace cvn::view {
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string ParseError(const Words& words) {
+  ViewArguments arguments;
+  std::string error;
+  return ParseViewArguments(words, arguments, error) ? "" : error;
+}
+
+TEST(ViewArguments, TakesEveryOption) {
+  const Words words{"::1",           "--port",     "65535",      "--insecure-plaintext",
+                    "--seconds",     "0.25",       "--snapshot", "s.png",
+                    "--canvas",      "/dev/shm/c", "--monitor",  "-1",
+                    "--show-cursor", "--repaint",  "--wait",     "3"};
+  ViewArguments arguments;
+  std::string error;
+  ASSERT_TRUE(ParseViewArguments(words, arguments, error)) << error;
+  EXPECT_EQ(arguments.host, "::1");
+  EXPECT_EQ(arguments.port, 65535);
+  EXPECT_TRUE(arguments.insecurePlaintext);
+  EXPECT_EQ(arguments.durationNs, 250'000'000);
+  EXPECT_FALSE(arguments.untilIdle);
+  EXPECT_EQ(arguments.snapshotPath, "s.png");
+  EXPECT_EQ(arguments.canvasPath, "/dev/shm/c");
+  EXPECT_EQ(arguments.monitor, -1);
+  EXPECT_TRUE(arguments.showCursor);
+  EXPECT_TRUE(arguments.repaint);
+  EXPECT_EQ(arguments.waitNs, 3'000'000'000);
+}
+
+TEST(ViewArguments, NothingIsAskedForUnasked) {
+  ViewArguments arguments;
+  std::string error;
+  ASSERT_TRUE(ParseViewArguments(Words{"--snapshot", "s.png", "host"}, arguments, error)) << error;
+  EXPECT_EQ(arguments.host, "host");
+  EXPECT_EQ(arguments.port, 7443);
+  EXPECT_FALSE(arguments.insecurePlaintext || arguments.untilIdle || arguments.showCursor ||
+               arguments.repaint);
+  EXPECT_FALSE(arguments.durationNs || arguments.monitor);
+}
+
+TEST(ViewArguments, SaysWhatIsWrong) {
+  const struct {
+    Words words;
+    const char* error;
+  } rows[] = {
+      {{}, "no host to connect to"},
+      {{"--snapshot", "s.png"}, "no host to connect to"},
+      {{"h"}, "nowhere to show the picture: give --snapshot FILE.png or --canvas FILE"},
+      {{"h", "i", "--snapshot", "s.png"}, "more than one host: h and i"},
+      {{""}, "the host is empty"},
+      {{"h", "--snapshot", "x", "--canvas", "x"}, "--snapshot and --canvas need different files"},
+      {{"h", "--snapshot", ""}, "--snapshot needs a file name, not \"\""},
+      {{"h", "--canvas"}, "--canvas needs a file name"},
+      {{"h", "--bogus"}, "unknown option: --bogus"},
+      {{"h", "--port=1"}, "unknown option: --port=1"},
+      {{"h", "--port"}, "--port needs a number from 1 to 65535"},
+      {{"h", "--port", "0"}, "--port needs a number from 1 to 65535, not \"0\""},
+      {{"h", "--port", "65536"}, "--port needs a number from 1 to 65535, not \"65536\""},
+      {{"h", "--port", "80x"}, "--port needs a number from 1 to 65535, not \"80x\""},
+      {{"h", "--port", "-1"}, "--port needs a number from 1 to 65535, not \"-1\""},
+      {{"h", "--port", ""}, "--port needs a number from 1 to 65535, not \"\""},
+      {{"h", "--seconds", "0"}, "--seconds needs a number of seconds above 0, not \"0\""},
+      {{"h", "--seconds", "nan"}, "--seconds needs a number of seconds above 0, not \"nan\""},
+      {{"h", "--seconds", "1e99"}, "--seconds needs a number of seconds above 0, not \"1e99\""},
+      {{"h", "--seconds", "2s"}, "--seconds needs a number of seconds above 0, not \"2s\""},
+      {{"h", "--wait", "-1"}, "--wait needs a number of seconds, not \"-1\""},
+      {{"h", "--monitor", "-2"}, "--monitor needs a monitor number, or -1 for all displays, not \"-2\""},
+      {{"h", "--monitor", "1.5"}, "--monitor needs a monitor number, or -1 for all displays, not \"1.5\""},
+  };
+  for (const auto& row : rows) EXPECT_EQ(ParseError(row.words), row.error);
+}
+
+TEST(ViewArguments, HelpAndVersionNeedNothingElse) {
+  EXPECT_EQ(ParseError({"--help"}), "");
+  EXPECT_EQ(ParseError({"--version"}), "");
+}
+
+}  // namespace
+}  // namespace cvn::view
