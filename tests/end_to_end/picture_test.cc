@@ -35,7 +35,7 @@ TEST_F(PictureTest, FollowsAMovedWindow) {
 
 TEST_F(PictureTest, FollowsTypedText) {
   std::string line;
-  for (const char letter : std::string("pixel exact")) {
+  for (const char letter : std::string("pixel-exact")) {
     line += letter;
     ExpectViewerFollows([&] { desktop_.TypeText(back_, 7, line); });
   }

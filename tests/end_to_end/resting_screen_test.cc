@@ -38,7 +38,7 @@ TEST_F(RestingScreenTest, SendsNothingAfterItsOneHeartbeatAndCostsNextToNothing)
               static_cast<int>(watched.count()));
   // Wine's screen must be read to be compared; only X11 tells that nothing was touched.
   if (!AgentRunsUnderWine() && !BuiltWithSanitizers()) {
-    EXPECT_LT(cpu, watched / 100);
+    EXPECT_LT(cpu, milliseconds(watched) / 100);
   }
 }
 
