@@ -70,7 +70,9 @@ class X11ScreenCapturer final : public ScreenCapturer {
   /// The part of the area that lies on the root window, in its coordinates. The rest stays black.
   PixelRect visible_;
   bool geometryStale_ = false;
-  /// The next picture is read whole, and nothing is said about its difference to the one before.
+  /// The next picture is read whole, whatever was damaged.
+  bool wholeReadDue_ = true;
+  /// Nothing is known of the next picture's difference to the one before.
   bool anew_ = true;
 
   KeptFrame kept_;
@@ -103,6 +105,8 @@ bool X11ScreenCapturer::FollowGeometry() {
   const PixelRect visible =
       Intersection({area.originX, area.originY, area.originX + area.width, area.originY + area.height}, root);
   geometryStale_ = false;
+  // A server may put another picture in place when it changes modes, without calling that damage.
+  wholeReadDue_ = true;
   if (area == area_ && visible == visible_) return true;
   area_ = area;
   visible_ = visible;
@@ -133,7 +137,7 @@ bool X11ScreenCapturer::TakePicture(CapturedFrame& frame) {
       return true;
     }
     geometryStale_ = true;
-    anew_ = true;
+    anew_ = true;  // What was taken from the damage and not read is lost.
   }
   return false;
 }
@@ -181,7 +185,7 @@ bool X11ScreenCapturer::UpdatePicture() {
 bool X11ScreenCapturer::ChooseReads() {
   reads_.clear();
   if (damage_.Any() && !damage_.Take(reads_)) return false;
-  if (anew_) reads_.assign(1, visible_);
+  if (std::exchange(wholeReadDue_, false) || anew_) reads_.assign(1, visible_);
   PlanReads(reads_, visible_);
   return true;
 }

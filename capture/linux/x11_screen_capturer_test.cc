@@ -1,0 +1,423 @@
+#include "capture/linux/x11_screen_capturer.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+
+#include "capture/capture_area.h"
+#include "capture/linux/x11_display_system.h"
+#include "capture/linux/x11_test_client.h"
+#include "testing/eventually.h"
+#include "testing/private_display.h"
+
+namespace cvn::agent {
+namespace {
+
+constexpr PixelRect kScreen = {0, 0, 640, 480};
+
+/// A private screen of 640x480, a client that paints on it and a capturer of it.
+struct CapturedScreen {
+  explicit CapturedScreen(std::vector<std::string> serverArguments = {}, int32_t monitor = 0)
+      : server("640x480x24", std::move(serverArguments)) {
+    std::string error;
+    displays = CreateX11DisplaySystem(error, server.Name());
+    if (displays) Recreate(monitor);
+  }
+
+  void Recreate(int32_t monitor) {
+    capturer.reset();
+    std::string error;
+    capturer = CreateX11CaptureBackends(
+                   *displays, [this] { ++touches; }, server.Name())
+                   .fallback(monitor, error);
+    if (!capturer) throw std::runtime_error(error);
+  }
+
+  bool Capture() {
+    client.Sync();
+    return capturer->Capture(frame);
+  }
+
+  std::vector<uint32_t> FramePixels() const {
+    std::vector<uint32_t> pixels(frame.byteSize / 4);
+    std::memcpy(pixels.data(), frame.pixels, frame.byteSize);
+    return pixels;
+  }
+
+  /// Captures and compares the frame with the server's own pixels of that area.
+  testing::AssertionResult ShowsTheServersPixels() {
+    if (!Capture()) return testing::AssertionFailure() << "no frame";
+    const PixelRect area = {capturer->OriginX(), capturer->OriginY(), capturer->OriginX() + capturer->Width(),
+                            capturer->OriginY() + capturer->Height()};
+    if (frame.width != static_cast<uint32_t>(area.Width()) ||
+        frame.byteSize != frame.width * frame.height * 4)
+      return testing::AssertionFailure() << "the frame is " << frame.width << "x" << frame.height;
+    const std::vector<uint32_t> expected = client.Pixels(area);
+    const std::vector<uint32_t> got = FramePixels();
+    if (got == expected) return testing::AssertionSuccess();
+    const auto differs = std::ranges::mismatch(expected, got).in1 - expected.begin();
+    return testing::AssertionFailure()
+           << "pixel (" << differs % area.Width() << "," << differs / area.Width() << ") is " << std::hex
+           << got[static_cast<size_t>(differs)] << ", not " << expected[static_cast<size_t>(differs)];
+  }
+
+  /// The pixels that `frame.changed` covers.
+  int64_t ChangedPixels() const {
+    int64_t pixels = 0;
+    for (const PixelRect& rect : *frame.changed) pixels += int64_t{rect.Width()} * rect.Height();
+    return pixels;
+  }
+
+  PrivateDisplay server;
+  X11TestClient client{server.Name()};
+  std::unique_ptr<DisplaySystem> displays;
+  std::atomic<int> touches = 0;
+  std::unique_ptr<ScreenCapturer> capturer;
+  CapturedFrame frame;
+};
+
+TEST(X11ScreenCapturer, TellsWhatChanged) {
+  CapturedScreen screen;
+  screen.client.Fill(kScreen, 0x336699);
+  ASSERT_TRUE(screen.ShowsTheServersPixels());
+  EXPECT_FALSE(screen.frame.unchanged);
+  EXPECT_FALSE(screen.frame.changed) << "nothing came before the first frame";
+  EXPECT_EQ(screen.FramePixels().front(), 0xff336699);
+
+  ASSERT_TRUE(screen.ShowsTheServersPixels());
+  EXPECT_TRUE(screen.frame.unchanged);
+
+  screen.client.Fill({10, 20, 30, 40}, 0xffffff);
+  screen.client.Fill({600, 400, 610, 430}, 0x000000);
+  ASSERT_TRUE(screen.ShowsTheServersPixels());
+  EXPECT_FALSE(screen.frame.unchanged);
+  ASSERT_TRUE(screen.frame.changed);
+  EXPECT_EQ(screen.ChangedPixels(), 20 * 20 + 10 * 30);
+
+  screen.client.Fill({10, 20, 30, 40}, 0xffffff);
+  ASSERT_TRUE(screen.ShowsTheServersPixels());
+  EXPECT_TRUE(screen.frame.unchanged) << "painted over with what was there";
+}
+
+/// Paints like a desktop: fills, scrolls, windows that come, move and go.
+class RandomPainter {
+ public:
+  RandomPainter(X11TestClient& client, uint32_t seed) : client_(client), random_(seed) {}
+
+  void Paint() {
+    switch (random_() % 6) {
+      case 0:
+        windows_.push_back(client_.ShowWindow(Rect(), random_() & 0xffffff));
+        break;
+      case 1:
+        if (!windows_.empty())
+          client_.MoveWindow(windows_[random_() % windows_.size()], UpTo(640) - 20, UpTo(480) - 20);
+        break;
+      case 2:
+        client_.Copy(Rect(), UpTo(640), UpTo(480));
+        break;
+      case 3:
+        if (windows_.size() > 5) {
+          xcb_destroy_window(client_.Get(), windows_.front());
+          windows_.erase(windows_.begin());
+        }
+        break;
+      default:
+        client_.Fill(Rect(), random_() & 0xffffff);
+    }
+  }
+
+  int32_t UpTo(int32_t most) { return static_cast<int32_t>(random_() % static_cast<uint32_t>(most)); }
+
+ private:
+  PixelRect Rect() {
+    const int32_t left = UpTo(630), top = UpTo(470);
+    return {left, top, left + 1 + UpTo(random_() % 4 == 0 ? 400 : 40),
+            top + 1 + UpTo(random_() % 4 == 0 ? 300 : 20)};
+  }
+
+  X11TestClient& client_;
+  std::mt19937 random_;
+  std::vector<xcb_window_t> windows_;
+};
+
+/// Whether everything that differs between two frames lies inside the hint.
+bool HintCovers(const std::vector<uint32_t>& before, const std::vector<uint32_t>& after,
+                const CapturedFrame& frame) {
+  if (!frame.changed) return true;
+  std::vector<uint32_t> rest = after;
+  for (const PixelRect& rect : *frame.changed)
+    for (int32_t y = rect.top; y < rect.bottom; ++y) {
+      const int64_t first = int64_t{y} * frame.width + rect.left;
+      std::copy_n(before.begin() + first, rect.Width(), rest.begin() + first);
+    }
+  return rest == before;
+}
+
+struct ServerKind {
+  const char* name;
+  std::vector<std::string> arguments;
+};
+class X11ScreenCapturerOn : public testing::TestWithParam<ServerKind> {};
+INSTANTIATE_TEST_SUITE_P(Servers, X11ScreenCapturerOn,
+                         testing::Values(ServerKind{"AFullServer", {}},
+                                         ServerKind{"NoSharedMemory", {"-extension", "MIT-SHM"}},
+                                         ServerKind{"NoDamageEvents", {"-extension", "DAMAGE"}},
+                                         ServerKind{"NoXfixes", {"-extension", "XFIXES"}},
+                                         ServerKind{"NoRandr", {"-extension", "RANDR"}}),
+                         [](const auto& param) { return param.param.name; });
+
+TEST_P(X11ScreenCapturerOn, KeepsTheServersPixelsThroughAnyDrawing) {
+  CapturedScreen screen(GetParam().arguments);
+  RandomPainter painter(screen.client, 11);
+  ASSERT_TRUE(screen.ShowsTheServersPixels());
+  for (int round = 0; round < 50; ++round) {
+    const std::vector<uint32_t> before = screen.FramePixels();
+    for (int32_t i = painter.UpTo(round % 10 == 0 ? 100 : 5); i > 0; --i) painter.Paint();
+    ASSERT_TRUE(screen.ShowsTheServersPixels()) << "round " << round;
+    const std::vector<uint32_t> after = screen.FramePixels();
+    ASSERT_TRUE(!screen.frame.unchanged || after == before);
+    ASSERT_TRUE(HintCovers(before, after, screen.frame)) << "round " << round;
+    ASSERT_TRUE(screen.Capture());
+    EXPECT_TRUE(screen.frame.unchanged);
+  }
+}
+
+TEST(X11ScreenCapturer, LosesNothingThatIsDrawnWhileItReads) {
+  CapturedScreen screen;
+  std::atomic<bool> drawing = true;
+  std::atomic<int> captures = 0;
+  std::thread busy([&] {
+    X11TestClient client(screen.server.Name());
+    RandomPainter painter(client, 5);
+    for (int i = 0; i < 2000 || captures < 30; ++i) {
+      painter.Paint();
+      if (i % 7 == 0) client.Sync();
+    }
+    client.Sync();
+    drawing = false;
+    // The windows live as long as their client.
+    Eventually([&] { return !screen.capturer; });
+  });
+  while (drawing) captures += screen.capturer->Capture(screen.frame) ? 1 : 0;
+  EXPECT_TRUE(screen.ShowsTheServersPixels());
+  screen.capturer.reset();
+  busy.join();
+}
+
+TEST(X11ScreenCapturer, CapturesMonitorsByTheirOrderAndFollowsTheirChanges) {
+  CapturedScreen screen;
+  RandomPainter painter(screen.client, 3);
+  for (int i = 0; i < 60; ++i) painter.Paint();
+  screen.client.SetMonitor("right", {320, 10, 639, 480});
+  screen.client.SetMonitor("lower", {0, 200, 320, 480});
+  screen.client.SwitchOutputOff();
+  screen.client.Sync();
+  EXPECT_EQ(OrderedMonitors(*screen.displays),
+            (std::vector<PixelRect>{{0, 200, 320, 480}, {320, 10, 639, 480}}));
+
+  const auto showsArea = [&](int32_t index, const PixelRect& area) {
+    EXPECT_TRUE(screen.ShowsTheServersPixels());
+    EXPECT_EQ(screen.capturer->MonitorIndex(), index);
+    EXPECT_EQ((PixelRect{screen.capturer->OriginX(), screen.capturer->OriginY(),
+                         screen.capturer->OriginX() + screen.capturer->Width(),
+                         screen.capturer->OriginY() + screen.capturer->Height()}),
+              area);
+  };
+  screen.Recreate(5);
+  showsArea(-1, kScreen);
+  screen.Recreate(1);
+  showsArea(1, {320, 10, 638, 480});
+  screen.client.Fill({0, 0, 300, 300}, 0x778899);
+  showsArea(1, {320, 10, 638, 480});
+  EXPECT_TRUE(screen.frame.unchanged) << "only the other monitor was drawn on";
+  screen.client.Fill({300, 0, 330, 20}, 0x99aabb);
+  showsArea(1, {320, 10, 638, 480});
+  EXPECT_EQ(screen.ChangedPixels(), 10 * 10);
+
+  screen.client.SetMonitor("upper", {0, 0, 320, 200});
+  showsArea(1, {0, 200, 320, 480});
+  EXPECT_FALSE(screen.frame.unchanged);
+  EXPECT_FALSE(screen.frame.changed) << "nothing is known about another area";
+  screen.client.DeleteMonitor("lower");
+  screen.client.DeleteMonitor("right");
+  showsArea(-1, kScreen);
+  screen.client.SetMonitor("right", {320, 10, 639, 480});
+  showsArea(1, {320, 10, 638, 480});
+}
+
+TEST(X11ScreenCapturer, SurvivesChangesOfTheScreensSize) {
+  CapturedScreen screen({}, -1);
+  screen.capturer->SetShowCursor(true);
+  screen.client.WarpTo(600, 470);
+  ASSERT_TRUE(screen.Capture());
+  screen.capturer->SetShowCursor(false);
+  screen.client.SwitchOutputOff();
+  RandomPainter painter(screen.client, 9);
+  for (const auto& [width, height] :
+       {std::pair<uint16_t, uint16_t>{300, 200}, {640, 480}, {401, 399}, {64, 65}}) {
+    for (int i = 0; i < 20; ++i) painter.Paint();
+    screen.client.ResizeScreen(width, height);
+    for (int i = 0; i < 20; ++i) painter.Paint();
+    ASSERT_TRUE(screen.ShowsTheServersPixels()) << width << "x" << height;
+    EXPECT_EQ(screen.frame.width, width & ~1u);
+    EXPECT_EQ(screen.frame.height, height & ~1u);
+    EXPECT_FALSE(screen.frame.unchanged);
+    EXPECT_FALSE(screen.frame.changed);
+    painter.Paint();
+    ASSERT_TRUE(screen.ShowsTheServersPixels());
+    EXPECT_TRUE(screen.frame.changed);
+  }
+
+  screen.client.ResizeScreen(40, 30);
+  screen.client.Fill({0, 0, 40, 30}, 0x123456);
+  ASSERT_TRUE(screen.Capture());
+  EXPECT_EQ(screen.frame.width, 1024u);
+  EXPECT_EQ(screen.frame.height, 768u);
+  const std::vector<uint32_t> pixels = screen.FramePixels();
+  EXPECT_EQ(std::ranges::count(pixels, 0xff123456), 40 * 30);
+  EXPECT_EQ(std::ranges::count(pixels, 0xff000000), 1024 * 768 - 40 * 30) << "no screen there";
+}
+
+/// The size changes between any two requests of a capture.
+TEST(X11ScreenCapturer, SurvivesChangesOfTheScreensSizeWhileItReads) {
+  CapturedScreen screen({}, -1);
+  screen.client.SwitchOutputOff();
+  std::atomic<bool> resizing = true;
+  std::thread resizer([&] {
+    X11TestClient client(screen.server.Name());
+    for (int i = 0; i < 400; ++i) client.ResizeScreen(i % 2 == 0 ? 320 : 640, i % 3 == 0 ? 240 : 480);
+    resizing = false;
+  });
+  int captures = 0;
+  while (resizing) captures += screen.capturer->Capture(screen.frame) ? 1 : 0;
+  resizer.join();
+  EXPECT_GT(captures, 0);
+  EXPECT_TRUE(screen.ShowsTheServersPixels());
+}
+
+TEST(X11ScreenCapturer, DrawsTheCursorWithoutTouchingThePictureBeneath) {
+  CapturedScreen screen;
+  screen.client.Fill(kScreen, 0x404040);
+  screen.client.SetCursor(0xff, 0, 0, 5, 3);
+  screen.client.WarpTo(100, 200);
+  ASSERT_TRUE(screen.ShowsTheServersPixels()) << "not shown unless wished";
+
+  const auto redPixels = [&] {
+    PixelRect box = {640, 480, 0, 0};
+    const std::vector<uint32_t> pixels = screen.FramePixels();
+    for (int32_t i = 0; i < 640 * 480; ++i)
+      if (pixels[static_cast<size_t>(i)] == 0xffff0000)
+        box = {std::min(box.left, i % 640), std::min(box.top, i / 640), std::max(box.right, i % 640 + 1),
+               std::max(box.bottom, i / 640 + 1)};
+    EXPECT_EQ(std::ranges::count(pixels, 0xffff0000), std::max(0, box.Width() * box.Height()));
+    return box;
+  };
+  const auto capturedChange = [&] {
+    const std::vector<uint32_t> before = screen.FramePixels();
+    EXPECT_TRUE(screen.Capture());
+    EXPECT_TRUE(HintCovers(before, screen.FramePixels(), screen.frame));
+    return screen.ChangedPixels();
+  };
+
+  screen.capturer->SetShowCursor(true);
+  EXPECT_EQ(capturedChange(), 16 * 16);
+  EXPECT_EQ(redPixels(), (PixelRect{95, 197, 111, 213}));
+  EXPECT_EQ(capturedChange(), 0);
+  EXPECT_TRUE(screen.frame.unchanged);
+  screen.client.WarpTo(639, 0);
+  EXPECT_EQ(capturedChange(), 16 * 16 + 6 * 13) << "what it left and what it entered, cut at the edge";
+  EXPECT_EQ(redPixels(), (PixelRect{634, 0, 640, 13}));
+
+  screen.client.Fill({630, 5, 640, 8}, 0x00ff00);
+  EXPECT_EQ(capturedChange(), 10 * 3);
+  EXPECT_EQ(redPixels(), (PixelRect{634, 0, 640, 13})) << "drawn beneath a cursor that rests";
+  screen.client.SetCursor(0xff, 0, 0, 15, 15);
+  capturedChange();
+  EXPECT_EQ(redPixels(), (PixelRect{624, 0, 640, 1})) << "another picture in the same place";
+
+  screen.capturer->SetShowCursor(false);
+  EXPECT_EQ(capturedChange(), 16);
+  EXPECT_EQ(screen.FramePixels(), screen.client.Pixels(kScreen));
+}
+
+TEST(X11ScreenCapturer, TellsWhoWaitsThatTheScreenWasTouched) {
+  CapturedScreen screen;
+  ASSERT_TRUE(screen.Capture());
+  const auto settle = [] { std::this_thread::sleep_for(std::chrono::milliseconds(30)); };
+  settle();
+  ASSERT_EQ(screen.touches, 0);
+  screen.client.Fill({0, 0, 10, 10}, 0xff);
+  screen.client.Sync();
+  EXPECT_TRUE(Eventually([&] { return screen.touches == 1; }));
+  screen.client.Fill({0, 0, 20, 20}, 0xff);
+  screen.client.Sync();
+  settle();
+  EXPECT_EQ(screen.touches, 1) << "once until the next capture";
+  ASSERT_TRUE(screen.Capture());
+  ASSERT_TRUE(screen.Capture());
+  settle();
+  EXPECT_EQ(screen.touches, 1) << "captured since";
+
+  screen.client.PointTo(50, 50);
+  screen.client.Sync();
+  settle();
+  EXPECT_EQ(screen.touches, 1) << "a cursor that is not shown";
+  screen.capturer->SetShowCursor(true);
+  for (int turn = 0; turn < 50; ++turn) ASSERT_TRUE(screen.Capture());
+  settle();
+  EXPECT_EQ(screen.touches, 1) << "asking for the pointer is no touch";
+  screen.client.PointTo(60, 50);
+  screen.client.Sync();
+  EXPECT_TRUE(Eventually([&] { return screen.touches == 2; }));
+  ASSERT_TRUE(screen.Capture());
+  screen.client.SetCursor(1, 2, 3, 0, 0);
+  screen.client.Sync();
+  EXPECT_TRUE(Eventually([&] { return screen.touches == 3; }));
+}
+
+TEST(X11ScreenCapturer, OutlivesItsServer) {
+  CapturedScreen screen;
+  screen.capturer->SetShowCursor(true);
+  ASSERT_TRUE(screen.Capture());
+  std::atomic<bool> capturing = true;
+  std::thread killer([&] {
+    screen.server.Kill();
+    capturing = false;
+  });
+  bool failed = false;
+  while (capturing) failed = !screen.capturer->Capture(screen.frame);
+  killer.join();
+  EXPECT_TRUE(Eventually([&] { return failed || !screen.capturer->Capture(screen.frame); }));
+  EXPECT_FALSE(screen.capturer->Capture(screen.frame));
+  screen.capturer->SetShowCursor(false);
+  EXPECT_FALSE(screen.capturer->Capture(screen.frame));
+  EXPECT_TRUE(screen.displays->Monitors().empty());
+  EXPECT_TRUE(screen.displays->VirtualDesktop().Empty());
+  EXPECT_TRUE(screen.displays->AttachToInputDesktop());
+  EXPECT_LE(screen.touches, 3) << "a dead connection is not an endless touch";
+}
+
+TEST(X11ScreenCapturer, SaysWhyItCannotBeMade) {
+  CapturedScreen screen;
+  std::string error;
+  EXPECT_FALSE(CreateX11CaptureBackends(*screen.displays, {}, ":54321").fallback(0, error));
+  EXPECT_EQ(error, "could not connect to the X server \":54321\"");
+  EXPECT_FALSE(CreateX11DisplaySystem(error, "nonsense"));
+  EXPECT_EQ(error, "\"nonsense\" is not the name of an X display");
+  EXPECT_FALSE(CreateX11DisplaySystem(error, screen.server.Name() + ".7"));
+  EXPECT_EQ(error, "the X server \"" + screen.server.Name() + ".7\" has no such screen");
+
+  PrivateDisplay shallow("320x240x16");
+  EXPECT_FALSE(CreateX11CaptureBackends(*screen.displays, {}, shallow.Name()).fallback(0, error));
+  EXPECT_EQ(
+      error,
+      "the X screen's pixels (depth 16) cannot be captured: 32 bits with one byte for each color are needed");
+}
+
+}  // namespace
+}  // namespace cvn::agent
