@@ -29,6 +29,10 @@ if(CVN_SANITIZE)
   add_link_options(-fsanitize=${CVN_SANITIZE})
 endif()
 
+if(CVN_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # so that the fuzzers see where they get to
+endif()
+
 add_library(cvn_warnings INTERFACE)
 target_compile_options(cvn_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wundef
