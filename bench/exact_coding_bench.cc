@@ -8,8 +8,8 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
-#include <unordered_map>
 
+#include "bench/plain_coding.h"
 #include "bench/rivals.h"
 #include "bench/screen_content.h"
 #include "tiles/deflate.h"
@@ -22,31 +22,6 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 constexpr int kTileSize = 64;
-
-/// zlib with its state kept from call to call, as its fastest use has it.
-class ZlibRival {
- public:
-  explicit ZlibRival(int level) : room_(size_t{1} << 16) {
-    if (deflateInit(&stream_, level) != Z_OK) throw std::runtime_error("deflateInit");
-  }
-  ~ZlibRival() { deflateEnd(&stream_); }
-  ZlibRival(const ZlibRival&) = delete;
-  ZlibRival& operator=(const ZlibRival&) = delete;
-
-  size_t Compress(const uint8_t* bytes, size_t count) {
-    deflateReset(&stream_);
-    stream_.next_in = const_cast<Bytef*>(bytes);
-    stream_.avail_in = static_cast<uInt>(count);
-    stream_.next_out = room_.data();
-    stream_.avail_out = static_cast<uInt>(room_.size());
-    if (deflate(&stream_, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate");
-    return room_.size() - stream_.avail_out;
-  }
-
- private:
-  z_stream stream_{};
-  Bytes room_;
-};
 
 /// Inputs with the readable bytes behind them that the writer asks for.
 struct Input {
@@ -128,41 +103,6 @@ void DeflateTiles(benchmark::State& state, ScreenStyle style, TileKind kind) {
   state.counters["size_vs_zlib1"] = own / bytes1;
   state.counters["size_vs_zlib3"] = own / bytes3;
 }
-
-/// What counting and indexing costs with an open hash asked for every pixel.
-class PlainPalette {
- public:
-  int Build(const agent::PixelView& tile) {
-    slots_.fill(0);
-    indices_.resize(tile.PixelCount());
-    colors_ = 0;
-    size_t next = 0;
-    for (int y = 0; y < tile.height; ++y) {
-      for (int x = 0; x < tile.width; ++x) {
-        uint32_t pixel = 0;
-        std::memcpy(&pixel, tile.Row(y) + 4 * x, 4);
-        const int index = IndexOf(pixel);
-        if (index < 0) return 257;
-        indices_[next++] = static_cast<uint8_t>(index);
-      }
-    }
-    return colors_;
-  }
-
- private:
-  int IndexOf(uint32_t pixel) {
-    uint32_t slot = pixel * 0x9E3779B1U >> 22;
-    for (; slots_[slot] != 0; slot = (slot + 1) % 1024)
-      if (static_cast<uint32_t>(slots_[slot]) == pixel) return static_cast<int>(slots_[slot] >> 32) - 1;
-    if (colors_ == 256) return -1;
-    slots_[slot] = static_cast<uint64_t>(++colors_) << 32 | pixel;
-    return colors_ - 1;
-  }
-
-  std::array<uint64_t, 1024> slots_{};
-  Bytes indices_;
-  int colors_ = 0;
-};
 
 void CountTiles(benchmark::State& state, ScreenStyle style) {
   const Screen screen = MakeScreen(style, 1920, 1080);
