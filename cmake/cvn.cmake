@@ -54,10 +54,6 @@ function(cvn_library name)
     list(FILTER sources EXCLUDE REGEX "/${file}$")
   endforeach()
 
-  if(NOT sources)  # Only until every folder has its first source.
-    add_library(${name} INTERFACE)
-    return()
-  endif()
   add_library(${name} STATIC ${sources})
   target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name} PUBLIC ${ARG_DEPENDS} ${ARG_LIBS} PRIVATE cvn_warnings)
