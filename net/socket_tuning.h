@@ -16,9 +16,8 @@ inline constexpr int kKeepAliveIdleSeconds = 10;
 inline constexpr int kKeepAliveIntervalSeconds = 1;
 inline constexpr int kKeepAliveProbes = 5;
 
-/// How long sent bytes may stay unacknowledged. A cut line must end the session within 25 s; but the system
-/// also counts the time that a living peer keeps its window shut, and one that reads 3 KB/s opens it only
-/// every 20 s or so. Hence as long as possible, and longer than the keep-alive alone would wait.
-inline constexpr int kUnsentTimeoutSeconds = 22;
+/// How long sent bytes may stay without any answer: a line that was cut ends the session, and with it
+/// whatever key the peer was holding down, within 25 s.
+inline constexpr int kUnansweredLimitMs = 20000;
 
 }  // namespace cvn::agent

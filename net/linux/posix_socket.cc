@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "net/peer_watch.h"
 #include "net/socket_tuning.h"
 
 #include <arpa/inet.h>
@@ -50,7 +51,6 @@ void Tune(int fd) {
   SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
   SetOption(fd, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
   SetOption(fd, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-  SetOption(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, kUnsentTimeoutSeconds * 1000);
   const timeval slice{.tv_sec = 0, .tv_usec = kWaitSliceMs * 1000};
   SetOption(fd, SOL_SOCKET, SO_RCVTIMEO, slice);
   SetOption(fd, SOL_SOCKET, SO_SNDTIMEO, slice);
@@ -73,6 +73,14 @@ SocketResult ResultOf(ssize_t moved, SocketStatus whenZero) {
   return {SocketStatus::Failed, 0};
 }
 
+PeerSigns SignsOf(int fd) {
+  tcp_info info{};
+  socklen_t size = sizeof info;
+  if (getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return {};
+  return {.owesAnswer = info.tcpi_unacked > 0 || info.tcpi_probes > 0,
+          .sinceHeardMs = info.tcpi_last_ack_recv};
+}
+
 class PosixSocket final : public StreamSocket {
  public:
   explicit PosixSocket(Descriptor descriptor) : descriptor_(std::move(descriptor)) {
@@ -80,10 +88,12 @@ class PosixSocket final : public StreamSocket {
   }
 
   SocketResult Receive(std::span<uint8_t> buffer) override {
-    return ResultOf(recv(descriptor_.Get(), buffer.data(), buffer.size(), 0), SocketStatus::Closed);
+    const ssize_t received = recv(descriptor_.Get(), buffer.data(), buffer.size(), 0);
+    return UnlessLost(ResultOf(received, SocketStatus::Closed), receiveWatch_);
   }
   SocketResult Send(std::span<const uint8_t> bytes) override {
-    return ResultOf(send(descriptor_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), SocketStatus::Failed);
+    const ssize_t sent = send(descriptor_.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    return UnlessLost(ResultOf(sent, SocketStatus::Failed), sendWatch_);
   }
   void Abort() override { shutdown(descriptor_.Get(), SHUT_RDWR); }
   std::string PeerText() const override {
@@ -94,7 +104,15 @@ class PosixSocket final : public StreamSocket {
   }
 
  private:
+  SocketResult UnlessLost(SocketResult result, PeerWatch& watch) {
+    if (result.status == SocketStatus::TimedOut && watch.IsLost(SignsOf(descriptor_.Get())))
+      return {SocketStatus::Failed, 0};
+    return result;
+  }
+
   const Descriptor descriptor_;
+  PeerWatch receiveWatch_;  // the two threads' own
+  PeerWatch sendWatch_;
 };
 
 /// False when the slice passed without the event. A failed poll counts as the event: the next call tells why.

@@ -53,7 +53,7 @@ void Tune(SOCKET socket) {
   DWORD ignored = 0;
   WSAIoctl(socket, SIO_KEEPALIVE_VALS, &keepAlive, sizeof keepAlive, nullptr, 0, &ignored, nullptr, nullptr);
   SetOption(socket, IPPROTO_TCP, kTcpKeepAliveProbes, kKeepAliveProbes);
-  SetOption(socket, IPPROTO_TCP, kTcpMaxRetransmitSeconds, kUnsentTimeoutSeconds);
+  SetOption(socket, IPPROTO_TCP, kTcpMaxRetransmitSeconds, kUnansweredLimitMs / 1000);
 }
 
 enum class Readiness { Readable, Writable };
