@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <thread>
 
 #include "base/stop_signal.h"
 #include "testing/eventually.h"
@@ -52,11 +53,13 @@ TEST_F(TouchWatchTest, TellsOnceWhenSomethingArrivesWhileNobodyReads) {
 }
 
 TEST_F(TouchWatchTest, IgnoresWhatTheReaderReadsItself) {
-  for (int turn = 0; turn < 2000; ++turn) {
+  for (int turn = 0; turn < 20000; ++turn) {
     watch.Pause();
     Arrive();
+    if (turn % 3 == 0) std::this_thread::yield();
     Read();
     watch.Resume(false);
+    if (turn % 7 == 0) std::this_thread::yield();
   }
   Settle();
   EXPECT_EQ(touches, 0);

@@ -290,13 +290,22 @@ TEST(X11ScreenCapturer, SurvivesChangesOfTheScreensSizeWhileItReads) {
   std::atomic<bool> resizing = true;
   std::thread resizer([&] {
     X11TestClient client(screen.server.Name());
-    for (int i = 0; i < 400; ++i) client.ResizeScreen(i % 2 == 0 ? 320 : 640, i % 3 == 0 ? 240 : 480);
+    for (uint32_t i = 0; i < 400; ++i) {
+      client.ResizeScreen(i % 2 == 0 ? 320 : 640, i % 3 == 0 ? 240 : 480);
+      client.Fill({static_cast<int32_t>(i % 200), 0, 300, 200}, i * 12345);
+    }
+    client.Sync();
     resizing = false;
   });
-  int captures = 0;
-  while (resizing) captures += screen.capturer->Capture(screen.frame) ? 1 : 0;
+  std::vector<uint32_t> before;
+  while (resizing) {
+    if (!screen.capturer->Capture(screen.frame)) continue;
+    const std::vector<uint32_t> after = screen.FramePixels();
+    EXPECT_TRUE(HintCovers(before, after, screen.frame));
+    before = after;
+  }
   resizer.join();
-  EXPECT_GT(captures, 0);
+  EXPECT_FALSE(before.empty());
   EXPECT_TRUE(screen.ShowsTheServersPixels());
 }
 
@@ -378,6 +387,30 @@ TEST(X11ScreenCapturer, TellsWhoWaitsThatTheScreenWasTouched) {
   screen.client.SetCursor(1, 2, 3, 0, 0);
   screen.client.Sync();
   EXPECT_TRUE(Eventually([&] { return screen.touches == 3; }));
+}
+
+TEST(X11ScreenCapturer, WakesWhoWaitsForWhateverTheLastPictureLacks) {
+  CapturedScreen screen;
+  ASSERT_TRUE(screen.Capture());
+  for (uint32_t round = 1; round <= 300; ++round) {
+    std::atomic<bool> painting = true;
+    std::thread painter([&] {
+      screen.client.Fill(kScreen, round * 5000);
+      screen.client.Sync();
+      screen.client.Fill({0, 0, 5, 5}, round);
+      screen.client.Sync();
+      painting = false;
+    });
+    int touchesBefore = 0;
+    do {
+      touchesBefore = screen.touches;
+      EXPECT_TRUE(screen.capturer->Capture(screen.frame));
+    } while (painting);
+    painter.join();
+    if (screen.FramePixels() != screen.client.Pixels(kScreen)) {
+      ASSERT_TRUE(Eventually([&] { return screen.touches > touchesBefore; })) << "round " << round;
+    }
+  }
 }
 
 TEST(X11ScreenCapturer, OutlivesItsServer) {
