@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -84,8 +85,8 @@ inline std::vector<int> Indices(const EncodedFrame& frame) {
 }
 
 inline std::vector<int> FirstTiles(int count) {
-  std::vector<int> indices;
-  for (int i = 0; i < count; ++i) indices.push_back(i);
+  std::vector<int> indices(static_cast<size_t>(count));
+  std::iota(indices.begin(), indices.end(), 0);
   return indices;
 }
 
