@@ -38,8 +38,7 @@ bool CaptureTurn::Begin() {
     Log().Warn("[session] no screen capturer could be created; the session has no video");
     return false;
   }
-  UseNewArea();
-  LogArea();
+  UseAndLogNewArea();
   statistics_ = CaptureStatistics(clock_.NowMs());
   return true;
 }
@@ -108,7 +107,7 @@ void CaptureTurn::FollowMonitorRequest() {
 void CaptureTurn::RetryDuplication() {
   const int64_t nowMs = clock_.NowMs();
   if (!RestedFor(kRestMs) || !source_.DuplicationRetryDue(nowMs)) return;
-  if (source_.RetryDuplication(monitor_, nowMs)) UseNewArea();
+  if (source_.RetryDuplication(monitor_, nowMs)) UseAndLogNewArea();
 }
 
 void CaptureTurn::CaptureFrame() {
@@ -132,10 +131,7 @@ void CaptureTurn::HandleFrame(const CapturedFrame& frame) {
     restingSinceMs_ = -1;
   else if (restingSinceMs_ < 0)
     restingSinceMs_ = nowMs;
-  if (CapturedArea() != area_) {
-    UseNewArea();
-    LogArea();
-  }
+  if (CapturedArea() != area_) UseAndLogNewArea();
   if (requests_.repaint.exchange(false)) sender_.RequestRepaint();
   if (frame.unchanged && nowMs - lastSentMs_ >= kLivenessMs && !sender_.WantsFrame()) {
     statistics_.CountUnchanged();
@@ -196,12 +192,18 @@ void CaptureTurn::Reattach(int64_t nowMs) {
       static_cast<long long>(nowMs - failing_.startMs), failing_.frames, failing_.attempts);
   if (!displays_.AttachToInputDesktop())
     Log().Warn("[session] input desktop reattach failed; capture will retry");
-  if (source_.Rebuild(monitor_)) UseNewArea();
+  if (source_.Rebuild(monitor_)) UseAndLogNewArea();
 }
 
 void CaptureTurn::UseNewArea() {
   area_ = CapturedArea();
   sender_.ForgetChangeHints();
+}
+
+void CaptureTurn::UseAndLogNewArea() {
+  const PixelRect before = area_;
+  UseNewArea();
+  if (area_ != before) LogArea();
 }
 
 PixelRect CaptureTurn::CapturedArea() const {

@@ -76,8 +76,9 @@ class CaptureTurn {
   void KeepViewerWaiting(int64_t nowMs);
   bool ReattachDue(int64_t nowMs) const;
   void Reattach(int64_t nowMs);
-  /// The capturer is another one, or captures another area.
+  /// The capturer is another one, or captures another area now.
   void UseNewArea();
+  void UseAndLogNewArea();
   PixelRect CapturedArea() const;
   void LogArea() const;
   void LogGeometry(const CapturedFrame& frame);
