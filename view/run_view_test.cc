@@ -127,9 +127,8 @@ TEST_F(RunViewTest, AnAgentThatLeavesWithoutAFullPictureLeavesNoSnapshot) {
     connection.Close();
   });
   EXPECT_EQ(Run({"--wait", "10", "--seconds", "60", "--snapshot", Path("s.png")}), kViewFailed);
-  EXPECT_EQ(
-      err_.str(),
-      "cvn-view: the agent closed the connection when 300 of the picture's 60000 pixels had not arrived\n");
+  EXPECT_EQ(err_.str(),
+            "cvn-view: the agent closed the connection: 300 of the picture's 60000 pixels had not arrived\n");
   EXPECT_FALSE(std::filesystem::exists(Path("s.png")));
 }
 

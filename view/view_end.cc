@@ -23,7 +23,7 @@ const char* EndText(ViewEnd end) {
     case ViewEnd::kGoesOn:
       return "the session goes on";
     case ViewEnd::kFailed:
-      return "the stream could not be followed";
+      return "the session failed";
     case ViewEnd::kInterrupted:
       return "the viewer was interrupted";
     case ViewEnd::kDisconnected:

@@ -79,7 +79,7 @@ ViewOutcome ViewSession::Outcome(ViewEnd end, const ViewConversation& conversati
   if (situation_.failed) return {ViewEnd::kFailed, conversation.PictureReady(), error_};
   const std::string missing = conversation.WhatIsMissing();
   if (missing.empty()) return {end, true, ""};
-  return {end, false, std::string(EndText(end)) + " when " + missing};
+  return {end, false, std::string(EndText(end)) + ": " + missing};
 }
 
 }  // namespace cvn::view

@@ -154,24 +154,24 @@ TEST(ViewSession, SaysWhatIsMissingWhenItEndsWithoutIt) {
     std::function<void(Rig&)> agentDoes;
     const char* error;
   } rows[] = {
-      {"nothing", {}, [](Rig&) {}, "the agent closed the connection when no picture had arrived"},
+      {"nothing", {}, [](Rig&) {}, "the agent closed the connection: no picture had arrived"},
       {"part of the picture",
        {},
        [](Rig& rig) {
          rig.SendFrame(std::vector{FlatTile(0, 0, {100, 69}, 1)}, true);
        },
-       "the agent closed the connection when 100 of the picture's 7000 pixels had not arrived"},
+       "the agent closed the connection: 100 of the picture's 7000 pixels had not arrived"},
       {"the wrong monitor",
        {.monitor = 1},
        [](Rig& rig) {
          rig.SendMonitorList(0, 2);
          rig.SendKeyframe();
        },
-       "the agent closed the connection when the agent had not switched to monitor 1"},
+       "the agent closed the connection: the agent had not switched to monitor 1"},
       {"no repaint",
        {.monitor = {}, .repaint = true},
        [](Rig& rig) { rig.SendKeyframe(); },
-       "the agent closed the connection when the agent had not painted the picture again"},
+       "the agent closed the connection: the agent had not painted the picture again"},
       {"no such monitor",
        {.monitor = 2},
        [](Rig& rig) { rig.SendMonitorList(0, 2); },
