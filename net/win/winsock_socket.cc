@@ -56,7 +56,7 @@ void Tune(SOCKET socket) {
   SetOption(socket, IPPROTO_TCP, kTcpMaxRetransmitSeconds, kUnansweredLimitMs / 1000);
 }
 
-enum class Readiness { Readable, Writable };
+enum class Readiness { Readable, Writable, Connected };
 
 /// False when the slice passed without the event. A failed wait counts as the event: the next call tells why.
 /// `select`, because the other call misses failed connects on older systems.
@@ -65,8 +65,10 @@ bool WaitUntilReady(SOCKET socket, Readiness readiness) {
   fd_set failed = wanted;
   timeval slice{.tv_sec = 0, .tv_usec = kWaitSliceMs * 1000};
   fd_set* reading = readiness == Readiness::Readable ? &wanted : nullptr;
-  fd_set* writing = readiness == Readiness::Writable ? &wanted : nullptr;
-  return select(0, reading, writing, &failed, &slice) != 0;
+  fd_set* writing = readiness == Readiness::Readable ? nullptr : &wanted;
+  // Only while connecting: later it would mean urgent data, with which a peer could keep us from waiting.
+  fd_set* failing = readiness == Readiness::Connected ? &failed : nullptr;
+  return select(0, reading, writing, failing, &slice) != 0;
 }
 
 SocketResult ResultOf(int moved, SocketStatus whenZero) {
@@ -154,7 +156,7 @@ class WinsockConnecting final : public PendingSocket {
   explicit WinsockConnecting(Handle handle) : handle_(std::move(handle)) {}
 
   std::unique_ptr<StreamSocket> Wait(std::string& error) override {
-    if (!WaitUntilReady(handle_.Get(), Readiness::Writable)) return nullptr;
+    if (!WaitUntilReady(handle_.Get(), Readiness::Connected)) return nullptr;
     int failure = 0;
     int size = sizeof failure;
     if (getsockopt(handle_.Get(), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&failure), &size) != 0)
