@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "testing/tile_encoder_fixture.h"
+#include "tiles/tile_coder.h"
 
 namespace cvn::agent {
 namespace {
@@ -198,18 +199,23 @@ TEST_F(RefineTest, PassesOverTilesThatAreTooLargeUntilTheyWereSentExactly) {
   EXPECT_EQ(Indices(Refine()), (std::vector<int>{1, 5}));
 }
 
+// One bit for each of a tile's 400 pixels is 50 bytes: of all drawings, take one that costs whole bits.
 TEST_F(RefineTest, BudgetIsInBitsPerPixel) {
-  // The same content once more, to know its exact size and find the budgets on both sides of it.
-  const size_t bytes = Refine().tiles[0].payload.size();
-  const int enough = static_cast<int>((bytes * 8 + kTile * kTile - 1) / (kTile * kTile));
-  for (const int budget : {enough, enough - 1}) {
-    TileScreen one = TileScreen::OfTiles(2, 1);
-    one.Draw(0, 20);
-    TileEncoderSettings settings = Settings();
-    settings.refineBudget = budget;
+  TileScreen one = TileScreen::OfTiles(2, 1);
+  size_t exactBytes = 1;
+  for (int colors = 5; exactBytes % 50 != 0; ++colors) {
+    one.Draw(0, colors);
+    const std::vector<uint8_t> pixels = one.TileBytes(0);
+    exactBytes =
+        TileCoder().CodeExactly({pixels.data(), kTile, kTile, size_t{kTile} * 4}, false).payload.size();
+    ASSERT_LT(colors, 256);
+  }
+  TileEncoderSettings settings = Settings();
+  for (const int spareBits : {0, -1}) {
+    settings.refineBudget = static_cast<int>(exactBytes / 50) + spareBits;
     encoder = Started(one, settings);
     encoder->RequestRefine();
-    EXPECT_EQ(encoder->Encode(one.Bytes()).tiles.size(), budget == enough ? 1u : 0u) << budget;
+    EXPECT_EQ(encoder->Encode(one.Bytes()).tiles.size(), spareBits == 0 ? 1u : 0u) << spareBits;
   }
 }
 
