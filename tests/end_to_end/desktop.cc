@@ -3,6 +3,7 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <random>
@@ -17,6 +18,10 @@ constexpr int kLineHeight = 16;
 constexpr unsigned long kBlack = 0x000000;
 constexpr unsigned long kWhite = 0xffffff;
 
+void RunXrandr(const std::string& arguments) {
+  if (std::system(("xrandr " + arguments).c_str()) != 0) throw std::runtime_error("xrandr failed");
+}
+
 }  // namespace
 
 /// A window's contents are its background pixmap: the server repaints it without our help when it is
@@ -30,10 +35,16 @@ struct Desktop::State {
 
   Display* display = XOpenDisplay(nullptr);
   Window root = display != nullptr ? DefaultRootWindow(display) : 0;
-  int screenWidth = display != nullptr ? DisplayWidth(display, 0) : 0;
-  int screenHeight = display != nullptr ? DisplayHeight(display, 0) : 0;
+  bool resized = false;
   GC gc = nullptr;
   std::map<WindowId, Contents> windows;
+
+  /// What Xlib remembers of the screen's size is not always the present one.
+  XWindowAttributes Screen() const {
+    XWindowAttributes attributes{};
+    XGetWindowAttributes(display, root, &attributes);
+    return attributes;
+  }
 
   Contents MakeContents(int width, int height) {
     const Pixmap pixmap =
@@ -87,6 +98,7 @@ Desktop::Desktop() : state_(std::make_unique<State>()) {
 }
 
 Desktop::~Desktop() {
+  if (state_->resized) RunXrandr("--fb 1920x1080 --output screen --mode 1920x1080");
   XFreeGC(state_->display, state_->gc);
   XCloseDisplay(state_->display);
 }
@@ -129,7 +141,8 @@ void Desktop::PaintNoise(WindowId window, uint32_t seed) {
 }
 
 void Desktop::PaintBackground(uint32_t seed) {
-  const State::Contents contents = state_->MakeContents(state_->screenWidth, state_->screenHeight);
+  const XWindowAttributes screen = state_->Screen();
+  const State::Contents contents = state_->MakeContents(screen.width, screen.height);
   state_->PutPixels(contents, [seed](int x, int y) {
     const auto red = static_cast<uint32_t>(x) / 8 + seed * 31;
     const auto green = static_cast<uint32_t>(y) / 4 + seed * 17;
@@ -139,8 +152,14 @@ void Desktop::PaintBackground(uint32_t seed) {
   XFreePixmap(state_->display, contents.pixmap);
 }
 
+void Desktop::Resize(int width, int height) {
+  state_->resized = true;
+  RunXrandr("--output screen --off --fb " + std::to_string(width) + "x" + std::to_string(height));
+}
+
 Picture Desktop::Screen() const {
-  Picture picture{state_->screenWidth, state_->screenHeight, {}};
+  const XWindowAttributes screen = state_->Screen();
+  Picture picture{screen.width, screen.height, {}};
   XImage* image = XGetImage(state_->display, state_->root, 0, 0, static_cast<unsigned>(picture.width),
                             static_cast<unsigned>(picture.height), AllPlanes, ZPixmap);
   for (int y = 0; y < picture.height; ++y) {

@@ -30,6 +30,10 @@ class Desktop {
   /// A colour ramp over the whole screen, behind the windows: more colours than a palette holds.
   void PaintBackground(uint32_t seed);
 
+  /// Changes the screen's size, with nothing of the desktop but its windows; at most 1920x1080, which this
+  /// object restores at its end.
+  void Resize(int width, int height);
+
   /// The X server's own pixels, without the cursor.
   Picture Screen() const;
 
