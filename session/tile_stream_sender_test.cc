@@ -219,6 +219,19 @@ TEST_F(TileStreamSenderTest, LosesNothingOfADroppedFrame) {
   EXPECT_EQ(Sent(), (Texts{"[1 256x64] frame 1: 2 tiles of 64 in 256x64", "[1 256x64] batch 1: 0 2"}));
 }
 
+TEST_F(TileStreamSenderTest, DoesNotMixHintsOfOtherFrameSizes) {
+  TileStreamSender sender = ExactSender();
+  Picture picture(4, 1);
+  sender.SendFrame(picture.Frame());
+  Sent();
+  transport_.SetQueuedBytes(100'000);
+  sender.SendFrame(Picture(1, 1).FrameChangedAt(0, 0));
+  transport_.SetQueuedBytes(0);
+  picture.Fill(2, 0, 1);
+  sender.SendFrame(picture.FrameChangedAt(3, 0));
+  EXPECT_EQ(Sent(), (Texts{"[1 256x64] frame 1: 1 tiles of 64 in 256x64", "[1 256x64] batch 1: 2"}));
+}
+
 TEST_F(TileStreamSenderTest, DoesNotBelieveTheFirstHintOfAnotherCapturer) {
   TileStreamSender sender = ExactSender();
   Picture picture(4, 1);
