@@ -71,9 +71,10 @@ void HashTiles(const TileGrid& grid, std::span<const uint8_t> frame, int firstIn
     hashes[0] = Xxh64({firstByte, static_cast<size_t>(first.height) * strideBytes});
     return;
   }
-  // The grid's last column may be narrower than the others, so it is a run of its own.
-  const size_t toLastColumn = static_cast<size_t>(grid.Columns() - 1 - firstIndex % grid.Columns());
-  const size_t inner = std::min(hashes.size(), toLastColumn);
+  // A last column that is narrower than the others is a run of its own.
+  const int wideColumns = grid.Width() / grid.TileWidth();
+  const size_t inner =
+      std::min(hashes.size(), static_cast<size_t>(wideColumns - firstIndex % grid.Columns()));
   TileRun run{firstByte, strideBytes, static_cast<size_t>(grid.TileWidth()) * 4, first.height};
   FnvRun(run, hashes.first(inner));
   if (inner == hashes.size()) return;
