@@ -58,7 +58,7 @@ TEST(CursorOverlay, DrawsAtTheHotspotIsCutAtEveryEdgeAndLiftsWithoutATrace) {
     }
     for (int32_t y = row.covered.top; y < row.covered.bottom; ++y)
       for (int32_t x = row.covered.left; x < row.covered.right; ++x) {
-        const auto at = static_cast<size_t>(y * 10 + x);
+        const auto at = static_cast<size_t>(y) * 10 + static_cast<size_t>(x);
         EXPECT_EQ(drawn[at] & 0xffff, 0u) << row.what;
         drawn[at] = clean[at];
       }

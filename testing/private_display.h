@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <stdexcept>
@@ -46,15 +47,15 @@ class PrivateDisplay {
  private:
   /// Returns the display number that the server wrote to its standard output.
   std::string Start(const std::vector<std::string>& arguments) {
-    std::vector<char*> raw;
-    for (const std::string& argument : arguments) raw.push_back(const_cast<char*>(argument.c_str()));
-    raw.push_back(nullptr);
+    std::vector<char*> raw(arguments.size() + 1, nullptr);
+    std::transform(arguments.begin(), arguments.end(), raw.begin(),
+                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
     std::array<int, 2> numberPipe = {};
     if (pipe2(numberPipe.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe for Xvfb");
     server_ = fork();
     if (server_ == 0) BecomeServer(raw.data(), numberPipe[1]);
     close(numberPipe[1]);
-    const std::string number = ReadLine(numberPipe[0]);
+    std::string number = ReadLine(numberPipe[0]);
     close(numberPipe[0]);
     if (number.empty()) {
       Kill();
