@@ -28,7 +28,7 @@ Bytes Header(uint32_t sequence, bool keyframe, uint16_t tileCount, PictureSize s
                                   static_cast<uint16_t>(size.height), 64, tileCount});
 }
 
-Bytes Batch(uint32_t sequence, std::vector<agent::EncodedTile> tiles) {
+Bytes Batch(uint32_t sequence, const std::vector<agent::EncodedTile>& tiles) {
   return agent::BuildTileBatch(sequence, tiles);
 }
 
@@ -103,18 +103,17 @@ Bytes Changed(Bytes bytes, size_t offset, uint8_t value) {
   return bytes;
 }
 
-std::vector<Lie> Lies() {
-  const Bytes keyframe = InEnvelope(1, kSize, Header(7, true, 2));
-  const auto batch = [](std::vector<agent::EncodedTile> tiles) {
-    return InEnvelope(1, kSize, Batch(7, tiles));
-  };
-  const Bytes one = batch({AnyTile(0, 0, 1, 1)});
-  const Bytes large = Batch(7, {AnyTile(0, 0, 1, 1, 20000), AnyTile(0, 0, 1, 1, 20000)});
-  const Bytes largeFragment = [] {
-    Bytes inner(20000, 1);
-    inner[0] = 6;
-    return inner;
-  }();
+/// Frame 7, a keyframe of two tiles, begins.
+Bytes Keyframe() {
+  return InEnvelope(1, kSize, Header(7, true, 2));
+}
+
+Bytes BatchOfFrame7(const std::vector<agent::EncodedTile>& tiles) {
+  return InEnvelope(1, kSize, Batch(7, tiles));
+}
+
+std::vector<Lie> EnvelopeLies() {
+  const Bytes keyframe = Keyframe();
   return {
       {"empty message", {{}}, "an empty tile message"},
       {"unknown type", {{2, 0, 0}}, "a tile message of unknown type 2"},
@@ -143,6 +142,13 @@ std::vector<Lie> Lies() {
       {"gigantic picture",
        {InEnvelope(1, {65535, 65535}, agent::BuildHeartbeat(0))},
        "a picture of 65535x65535 is larger than this viewer takes"},
+  };
+}
+
+std::vector<Lie> HeaderLies() {
+  const Bytes keyframe = Keyframe();
+  const Bytes one = BatchOfFrame7({AnyTile(0, 0, 1, 1)});
+  return {
       {"header of another size",
        {InEnvelope(1, kSize, Header(7, true, 1, {100, 100}))},
        "a frame of 100x100 in an envelope of 200x100"},
@@ -157,6 +163,15 @@ std::vector<Lie> Lies() {
       {"frame left out",
        {keyframe, one, one, InEnvelope(1, kSize, Header(9, false, 1))},
        "frame 9 came after frame 7"},
+  };
+}
+
+std::vector<Lie> BatchLies() {
+  const Bytes keyframe = Keyframe();
+  const Bytes one = BatchOfFrame7({AnyTile(0, 0, 1, 1)});
+  Bytes longer = one;
+  longer.push_back(0);
+  return {
       {"batch of no frame",
        {InEnvelope(1, kSize, Batch(7, {AnyTile(0, 0, 1, 1)}))},
        "a tile batch without a frame header"},
@@ -164,34 +179,36 @@ std::vector<Lie> Lies() {
       {"batch of another frame",
        {keyframe, InEnvelope(1, kSize, Batch(8, {AnyTile(0, 0, 1, 1)}))},
        "a tile batch of frame 8 inside frame 7"},
-      {"batch of no tiles", {keyframe, batch({})}, "a tile batch without tiles"},
+      {"batch of no tiles", {keyframe, BatchOfFrame7({})}, "a tile batch without tiles"},
       {"more tiles than announced",
-       {keyframe, batch({AnyTile(0, 0, 1, 1), AnyTile(0, 0, 1, 1), AnyTile(0, 0, 1, 1)})},
+       {keyframe, BatchOfFrame7({AnyTile(0, 0, 1, 1), AnyTile(0, 0, 1, 1), AnyTile(0, 0, 1, 1)})},
        "a batch of 3 tiles where frame 7 lacks 2"},
-      {"batch with a byte too many",
-       {keyframe,
-        [&] {
-          Bytes longer = one;
-          longer.push_back(0);
-          return longer;
-        }()},
-       "a malformed tile batch"},
+      {"batch with a byte too many", {keyframe, longer}, "a malformed tile batch"},
       {"payload longer than the batch", {keyframe, Changed(one, 9 + 7 + 14, 200)}, "a malformed tile batch"},
       {"tile too far right",
-       {keyframe, batch({AnyTile(137, 0, 64, 1)})},
+       {keyframe, BatchOfFrame7({AnyTile(137, 0, 64, 1)})},
        "tile 0 at (137,0) of 64x1 does not lie in the frame of 200x100"},
       {"tile too far down",
-       {keyframe, batch({AnyTile(0, 0, 1, 1), AnyTile(0, 99, 1, 2)})},
+       {keyframe, BatchOfFrame7({AnyTile(0, 0, 1, 1), AnyTile(0, 99, 1, 2)})},
        "tile 0 at (0,99) of 1x2 does not lie in the frame of 200x100"},
       {"tile beyond 16 bits",
-       {keyframe, batch({AnyTile(65535, 65535, 65535, 65535)})},
+       {keyframe, BatchOfFrame7({AnyTile(65535, 65535, 65535, 65535)})},
        "tile 0 at (65535,65535) of 65535x65535 does not lie in the frame of 200x100"},
       {"tile without width",
-       {keyframe, batch({AnyTile(0, 0, 0, 1)})},
+       {keyframe, BatchOfFrame7({AnyTile(0, 0, 0, 1)})},
        "tile 0 at (0,0) of 0x1 does not lie in the frame of 200x100"},
       {"tile without height",
-       {keyframe, batch({AnyTile(0, 0, 1, 0)})},
+       {keyframe, BatchOfFrame7({AnyTile(0, 0, 1, 0)})},
        "tile 0 at (0,0) of 1x0 does not lie in the frame of 200x100"},
+  };
+}
+
+std::vector<Lie> FragmentLies() {
+  const Bytes keyframe = Keyframe();
+  const Bytes one = BatchOfFrame7({AnyTile(0, 0, 1, 1)});
+  const Bytes largeFragment = Changed(Bytes(20000, 1), 0, 6);
+  const Bytes large = Batch(7, {AnyTile(0, 0, 1, 1, 20000), AnyTile(0, 0, 1, 1, 20000)});
+  return {
       {"split message over 8 MiB",
        {InEnvelope(1, kSize, {6, 0, 0, 0, 0, 0, 0x80, 0, 1, 0, 0, 2, 1, 0})},
        "a malformed fragment"},
@@ -232,7 +249,10 @@ std::vector<Lie> Lies() {
 }
 
 TEST(FrameAssembler, RefusesEveryLieWithAClearText) {
-  for (const Lie& lie : Lies()) {
+  std::vector<Lie> lies;
+  for (const auto& group : {EnvelopeLies(), HeaderLies(), BatchLies(), FragmentLies()})
+    lies.insert(lies.end(), group.begin(), group.end());
+  for (const Lie& lie : lies) {
     SCOPED_TRACE(lie.what);
     FrameAssembler assembler;
     Delivery delivery;

@@ -20,8 +20,8 @@ bool TakeSafely(ViewConversation& conversation, agent::Channel channel, std::spa
 
 }  // namespace
 
-ViewSession::ViewSession(TileReceiver& receiver, const agent::Clock& clock, ViewWishes wishes)
-    : receiver_(receiver), clock_(clock), wishes_(std::move(wishes)) {}
+ViewSession::ViewSession(TileReceiver& receiver, const agent::Clock& clock, const ViewWishes& wishes)
+    : receiver_(receiver), clock_(clock), wishes_(wishes) {}
 
 ViewOutcome ViewSession::Run(agent::TransportConnection& connection, const ViewLimits& limits,
                              agent::StopSignal& stop) {

@@ -27,7 +27,7 @@ struct ViewOutcome {
 class ViewSession {
  public:
   /// `receiver` and `clock` are borrowed. The receiver is the session's own while it runs.
-  ViewSession(TileReceiver& receiver, const agent::Clock& clock, ViewWishes wishes);
+  ViewSession(TileReceiver& receiver, const agent::Clock& clock, const ViewWishes& wishes);
 
   /// Returns when the session has come to an end, with the connection closed. A set `stop` interrupts it at
   /// once. Called once, with a connection that has not been started.
