@@ -218,9 +218,9 @@ TEST_F(RunAgentTest, AStopFromOutsideEndsTheWaitForASupporter) {
 
 TEST_F(RunAgentTest, AStopFromOutsideEndsASession) {
   auto serving = RunInBackground({"--insecure-plaintext", "--port", FreePort()});
+  FirstFrames frames;
   const auto viewer = Connect();
   ASSERT_NE(viewer, nullptr);
-  FirstFrames frames;
   viewer->Start(frames.Handler());
   ASSERT_TRUE(frames.AwaitBoth());
   stop_.Set();
