@@ -2,11 +2,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <span>
 #include <vector>
 
-#include "tiles/tile_image_codec.h"
+#include "tiles/checked_image_codec.h"
 
 namespace cvn::agent {
 
@@ -15,7 +14,7 @@ namespace cvn::agent {
 /// Initialises COM, multithreaded, for the thread that makes it, and leaves it when destroyed: make, use and
 /// destroy it on one thread. Where that thread already has the other apartment model, that one is used and
 /// left as it is. Without the imaging component every call for JPEG fails; the constructor logs that, once.
-class WicImageCodec final : public TileImageCodec {
+class WicImageCodec final : public CheckedImageCodec {
  public:
   WicImageCodec();
   ~WicImageCodec() override;
@@ -24,14 +23,13 @@ class WicImageCodec final : public TileImageCodec {
 
   bool Available() const;
 
-  std::vector<uint8_t> EncodeJpeg(std::span<const uint8_t> pixels, int width, int height,
-                                  int quality) override;
-  bool Decode(std::span<const uint8_t> payload, int width, int height, std::vector<uint8_t>& pixels) override;
-  std::optional<std::vector<uint8_t>> EncodeWebp(std::span<const uint8_t> pixels, int width, int height,
-                                                 int quality) override;
-
  private:
   struct Imaging;
+
+  std::vector<uint8_t> CompressJpeg(const PixelView& image, int quality) override;
+  bool DecompressJpeg(std::span<const uint8_t> payload, int width, int height,
+                      std::vector<uint8_t>& pixels) override;
+
   std::unique_ptr<Imaging> imaging_;
 };
 
