@@ -271,7 +271,8 @@ class OddCapturer final : public ScreenCapturer {
   void SetShowCursor(bool) override {}
   bool Capture(CapturedFrame& frame) override {
     clock_.AdvanceMs(screen_.captureMs);
-    pixels_.assign(static_cast<size_t>(screen_.width * screen_.height) * 4, screen_.gray);
+    pixels_.assign(static_cast<size_t>(screen_.width) * static_cast<size_t>(screen_.height) * 4,
+                   screen_.gray);
     frame = {.width = static_cast<uint32_t>(screen_.width),
              .height = static_cast<uint32_t>(screen_.height),
              .pixels = pixels_.data(),

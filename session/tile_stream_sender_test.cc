@@ -21,7 +21,9 @@ class Picture {
  public:
   Picture(int columns, int rows) : Picture(columns * 64, rows * 64, 0) {}
   Picture(int width, int height, uint32_t colour)
-      : width_(width), height_(height), pixels_(static_cast<size_t>(width * height), colour) {}
+      : width_(width),
+        height_(height),
+        pixels_(static_cast<size_t>(width) * static_cast<size_t>(height), colour) {}
 
   void Fill(int column, int row, uint32_t colour) {
     PaintEach(column, row, [colour] { return colour; });
@@ -59,7 +61,7 @@ class Picture {
   void PaintEach(int column, int row, Colour colour) {
     for (int y = row * 64; y < row * 64 + 64; ++y)
       for (int x = column * 64; x < column * 64 + 64; ++x)
-        pixels_[static_cast<size_t>(y * width_ + x)] = colour();
+        pixels_[static_cast<size_t>(y) * static_cast<size_t>(width_) + static_cast<size_t>(x)] = colour();
   }
 
   int width_;

@@ -35,6 +35,7 @@ inline std::string TileMessageText(std::span<const uint8_t> message) {
 
 inline std::vector<std::string> TileMessageTexts(const std::vector<std::vector<uint8_t>>& messages) {
   std::vector<std::string> texts;
+  texts.reserve(messages.size());
   for (const auto& message : messages) texts.push_back(TileMessageText(message));
   return texts;
 }
