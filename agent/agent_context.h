@@ -14,6 +14,8 @@ struct AgentContext {
   const Clock& clock;
   /// Set from outside when the process shall end.
   StopSignal& stop;
+  /// Standard output: what a command was asked for.
+  std::ostream& out;
   /// Standard error: what the person who typed the command has to read.
   std::ostream& errors;
 };

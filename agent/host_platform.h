@@ -7,6 +7,7 @@
 #include "capture/display_system.h"
 #include "capture/screen_capturer.h"
 #include "net/socket_system.h"
+#include "tiles/tile_image_codec.h"
 
 namespace cvn::agent {
 
@@ -22,6 +23,11 @@ class HostPlatform {
   /// `displays` is borrowed by every capturer; `screenTouched` may be called from any thread while one lives.
   virtual CaptureBackends CreateCaptureBackends(DisplaySystem& displays,
                                                 std::function<void()> screenTouched) = 0;
+  /// What people call the backends' `fallback`.
+  virtual const char* FallbackCaptureName() const = 0;
+  /// Null, with the reason logged, when the host has none: everything then travels losslessly. Used and
+  /// destroyed on the thread that made it.
+  virtual std::unique_ptr<TileImageCodec> CreateImageCodec() = 0;
   /// Where the device identity is kept unless the command line says otherwise.
   virtual std::wstring DefaultDataDirectory() = 0;
 };

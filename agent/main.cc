@@ -12,5 +12,5 @@ int main(int argc, char** argv) {
   const auto process = PrepareHostProcess(stop);
   const auto platform = CreateHostPlatform();
   const SystemClock clock;
-  return RunAgent(process->Utf8Arguments(argc, argv), {*platform, clock, stop, std::cerr});
+  return RunAgent(process->Utf8Arguments(argc, argv), {*platform, clock, stop, std::cout, std::cerr});
 }

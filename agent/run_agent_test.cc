@@ -60,6 +60,8 @@ class ScriptedPlatform final : public HostPlatform {
   CaptureBackends CreateCaptureBackends(DisplaySystem&, std::function<void()> screenTouched) override {
     return screen.Backends(std::move(screenTouched));
   }
+  const char* FallbackCaptureName() const override { return "scripted"; }
+  std::unique_ptr<TileImageCodec> CreateImageCodec() override { return host_->CreateImageCodec(); }
   std::wstring DefaultDataDirectory() override { return L"unused"; }
 
   std::string socketFailure;
@@ -74,7 +76,7 @@ class ScriptedPlatform final : public HostPlatform {
 class RunAgentTest : public testing::Test {
  protected:
   int Run(const std::vector<std::string>& arguments) {
-    return RunAgent(arguments, {platform_, clock_, stop_, errors_});
+    return RunAgent(arguments, {platform_, clock_, stop_, out_, errors_});
   }
 
   std::future<int> RunInBackground(const std::vector<std::string>& arguments) {
@@ -103,6 +105,7 @@ class RunAgentTest : public testing::Test {
   SystemClock clock_;
   StopSignal stop_;
   StopSignal never_;
+  std::ostringstream out_;
   std::ostringstream errors_;
   CapturedLog log_;
   std::string socketError_;

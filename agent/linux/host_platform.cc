@@ -11,6 +11,7 @@
 #include "capture/linux/x11_display_system.h"
 #include "capture/linux/x11_screen_capturer.h"
 #include "net/linux/posix_socket.h"
+#include "tiles/linux/turbo_image_codec.h"
 
 namespace cvn::agent {
 namespace {
@@ -39,6 +40,8 @@ class LinuxPlatform final : public HostPlatform {
                                         std::function<void()> screenTouched) override {
     return CreateX11CaptureBackends(displays, std::move(screenTouched));
   }
+  const char* FallbackCaptureName() const override { return "X11"; }
+  std::unique_ptr<TileImageCodec> CreateImageCodec() override { return CreateTurboImageCodec(); }
   std::wstring DefaultDataDirectory() override {
     return WideFromUtf8(StateDirectory(Variable("XDG_STATE_HOME"), HomeDirectory()));
   }

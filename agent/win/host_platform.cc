@@ -5,6 +5,7 @@
 #include "capture/win/gdi_screen_capturer.h"
 #include "capture/win/win_display_system.h"
 #include "net/win/winsock_socket.h"
+#include "tiles/win/wic_image_codec.h"
 
 namespace cvn::agent {
 namespace {
@@ -21,6 +22,8 @@ class WinPlatform final : public HostPlatform {
                                         std::function<void()> screenTouched) override {
     return CreateWinCaptureBackends(displays, std::move(screenTouched));
   }
+  const char* FallbackCaptureName() const override { return "GDI BitBlt"; }
+  std::unique_ptr<TileImageCodec> CreateImageCodec() override { return CreateWicImageCodec(); }
   std::wstring DefaultDataDirectory() override { return L"C:/ProgramData/Corvinet"; }
 };
 
