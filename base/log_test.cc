@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <memory>
 #include <regex>
 #include <string>
 #include <thread>
@@ -23,23 +24,15 @@ std::vector<std::string> LinesOf(const std::filesystem::path& path) {
 }
 
 // Binary, like the agent's own console: a line ends with one line feed on every host.
-class ConsoleFile {
- public:
-  explicit ConsoleFile(const std::filesystem::path& path)
-      : file_(std::fopen(reinterpret_cast<const char*>(path.u8string().c_str()), "wb")) {}
-  ~ConsoleFile() { std::fclose(file_); }
-  ConsoleFile(const ConsoleFile&) = delete;
-  ConsoleFile& operator=(const ConsoleFile&) = delete;
-  std::FILE* Stream() const { return file_; }
-
- private:
-  std::FILE* file_;
-};
+std::unique_ptr<std::FILE, int (*)(std::FILE*)> ConsoleFile(const std::filesystem::path& path,
+                                                            const char* mode = "wb") {
+  return {std::fopen(path.string().c_str(), mode), std::fclose};
+}
 
 TEST(AgentLog, WritesTheSameStampedLineToConsoleAndFile) {
   const TemporaryDirectory directory;
-  const ConsoleFile console(directory.Path() / "console");
-  AgentLog log(console.Stream());
+  const auto console = ConsoleFile(directory.Path() / "console");
+  AgentLog log(console.get());
   log.Info("before %s", "the file");
   log.OpenFile(directory.Path() / "logs" / "agent.log");
   log.Warn("[agent] port %u, %s", 7443u, std::string(3000, 'x').c_str());
@@ -56,8 +49,8 @@ TEST(AgentLog, WritesTheSameStampedLineToConsoleAndFile) {
 
 TEST(AgentLog, KeepsLinesWholeWhileManyThreadsRotateTheFile) {
   const TemporaryDirectory directory;
-  const ConsoleFile console(directory.Path() / "console");
-  AgentLog log(console.Stream());
+  const auto console = ConsoleFile(directory.Path() / "console");
+  AgentLog log(console.get());
   log.OpenFile(directory.Path() / "agent.log");
   const std::string filler(100'000, '.');
   std::vector<std::thread> threads;
@@ -77,14 +70,12 @@ TEST(AgentLog, KeepsLinesWholeWhileManyThreadsRotateTheFile) {
 TEST(AgentLog, SurvivesAConsoleThatRefusesEveryByte) {
   const TemporaryDirectory directory;
   std::ofstream(directory.Path() / "console").put('x');
-  const std::string path = (directory.Path() / "console").string();
-  std::FILE* readOnly = std::fopen(path.c_str(), "rb");
-  ASSERT_NE(readOnly, nullptr);
-  AgentLog log(readOnly);
+  const auto readOnly = ConsoleFile(directory.Path() / "console", "rb");
+  ASSERT_TRUE(readOnly);
+  AgentLog log(readOnly.get());
   log.OpenFile(directory.Path() / "agent.log");
   for (int i = 0; i < 3; ++i) log.Info("line");
   EXPECT_EQ(LinesOf(directory.Path() / "agent.log").size(), 3u);
-  std::fclose(readOnly);
 }
 
 TEST(TlsTrace, FormatsNothingUntilEnabledAndIsCut) {

@@ -9,17 +9,13 @@ namespace {
 
 constexpr std::chrono::hours kForever{1};
 
-TEST(StopSignal, AWakeBeforeTheWaitEndsOneWaitOnly) {
+TEST(StopSignal, AWakeEndsOneWaitAndASetEveryWaitForGood) {
   StopSignal stop;
   stop.Wake();
   stop.Wake();
   EXPECT_TRUE(stop.WaitFor(kForever));
   EXPECT_FALSE(stop.WaitFor(std::chrono::milliseconds(1)));
   EXPECT_FALSE(stop.IsSet());
-}
-
-TEST(StopSignal, SetEndsAWaitInAnotherThread) {
-  StopSignal stop;
   std::thread waiter([&] {
     while (!stop.IsSet()) stop.WaitFor(kForever);
   });
