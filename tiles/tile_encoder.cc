@@ -48,7 +48,6 @@ struct TileEncoder::State {
   EncodedFrame CodeChanged(std::span<const uint8_t> pixels, FrameKind kind);
   EncodedFrame RefinePass(std::span<const uint8_t> pixels);
   void Remember(int index, TileCoding coding);
-  void UpdateCoarseTiles(FrameKind kind, bool coarse);
 
   PixelView ViewOf(std::span<const uint8_t> pixels, int index) const;
   void Append(EncodedFrame& frame, int index, CodedTile coded) const;
@@ -67,6 +66,8 @@ struct TileEncoder::State {
   bool haveReference = false;
   bool resendCoarse = false;
   bool refineRequested = false;
+  /// Of the tiles that a coarse re-send or a refine pass adds to what has changed.
+  int64_t mostExtraBytes = INT64_MAX;
 
   ChangeDetector detector;
   std::vector<TileHistory> history;
@@ -93,7 +94,9 @@ void TileEncoder::State::CollectChanged(std::span<const int> differing, FrameKin
   for (int index = 0; index < grid.TileCount(); ++index) {
     const bool differs = next != differing.end() && *next == index;
     if (differs) ++next;
-    const bool resent = kind == FrameKind::kCoarseResend && HistoryOf(index).coarse;
+    bool& coarse = HistoryOf(index).coarse;
+    if (differs) coarse = false;
+    const bool resent = kind == FrameKind::kCoarseResend && coarse;
     if (differs || resent || kind == FrameKind::kKeyframe) changed.push_back(index);
   }
 }
@@ -123,12 +126,17 @@ EncodedFrame TileEncoder::State::CodeChanged(std::span<const uint8_t> pixels, Fr
   frame.totalTiles = grid.TileCount();
   frame.tiles.reserve(changed.size());
   const TileCodingRules rules = Rules(frame.coarse);
+  if (frame.coarse)
+    for (TileHistory& tile : history) tile.coarse = false;
   for (const int index : changed) {
-    CodedTile coded = coder.Code(ViewOf(pixels, index), rules, HistoryOf(index).photoHold);
+    TileHistory& tile = HistoryOf(index);
+    const bool resent = kind == FrameKind::kCoarseResend && tile.coarse;
+    if (resent && frame.payloadBytes >= mostExtraBytes) continue;
+    CodedTile coded = coder.Code(ViewOf(pixels, index), rules, tile.photoHold);
     Remember(index, coded.coding);
+    tile.coarse = frame.coarse;
     Append(frame, index, std::move(coded));
   }
-  UpdateCoarseTiles(kind, frame.coarse);
   return frame;
 }
 
@@ -137,7 +145,7 @@ EncodedFrame TileEncoder::State::RefinePass(std::span<const uint8_t> pixels) {
   frame.losslessRefine = true;
   frame.totalTiles = grid.TileCount();
   for (int index = 0; index < grid.TileCount(); ++index) {
-    if (frame.encodedTiles >= settings.refineTilesPerPass) break;
+    if (frame.encodedTiles >= settings.refineTilesPerPass || frame.payloadBytes >= mostExtraBytes) break;
     TileHistory& tile = HistoryOf(index);
     if (!tile.lossy || tile.refineRejected) continue;
     const PixelView view = ViewOf(pixels, index);
@@ -155,12 +163,6 @@ void TileEncoder::State::Remember(int index, TileCoding coding) {
   tile.lossy = coding == TileCoding::kJpeg || coding == TileCoding::kWebp;
   // Deliberate: a rejected tile stays rejected until it has been sent exactly, also when its content changes.
   if (!tile.lossy) tile.refineRejected = false;
-}
-
-void TileEncoder::State::UpdateCoarseTiles(FrameKind kind, bool coarse) {
-  if (kind != FrameKind::kDelta || coarse)
-    for (TileHistory& tile : history) tile.coarse = false;
-  for (const int index : changed) HistoryOf(index).coarse = coarse;
 }
 
 PixelView TileEncoder::State::ViewOf(std::span<const uint8_t> pixels, int index) const {
@@ -229,11 +231,13 @@ void TileEncoder::SetEstimatePhotographic(bool estimate) {
 void TileEncoder::ForgetReference() {
   state_->haveReference = false;
 }
-void TileEncoder::RequestCoarseResend() {
+void TileEncoder::RequestCoarseResend(int64_t mostBytes) {
   state_->resendCoarse = true;
+  state_->mostExtraBytes = mostBytes;
 }
-void TileEncoder::RequestRefine() {
+void TileEncoder::RequestRefine(int64_t mostBytes) {
   state_->refineRequested = true;
+  state_->mostExtraBytes = mostBytes;
 }
 int TileEncoder::TileHeight() const {
   return state_->grid.TileHeight();

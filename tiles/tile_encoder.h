@@ -45,11 +45,13 @@ class TileEncoder {
   void SetEstimatePhotographic(bool estimate);
   /// The next frame is a keyframe.
   void ForgetReference();
-  /// One-shot: the next frame codes the tiles of the last coarse frame again, changed or not.
-  void RequestCoarseResend();
-  /// One-shot: when nothing changed, the next frame codes a few lossy tiles exactly. An empty result then
-  /// says that no tile is left to improve.
-  void RequestRefine();
+  /// One-shot: the next frame codes the tiles of the last coarse frame again, changed or not. What would come
+  /// after `mostBytes` of payload stays for another request. An unchanged frame without a tile then says that
+  /// none is left.
+  void RequestCoarseResend(int64_t mostBytes = INT64_MAX);
+  /// One-shot: when nothing changed, the next frame codes a few lossy tiles exactly, and no more once
+  /// `mostBytes` of payload are reached. An empty result then says that no tile is left to improve.
+  void RequestRefine(int64_t mostBytes = INT64_MAX);
 
   int TileHeight() const;
 

@@ -123,6 +123,19 @@ TEST_F(CoarseTilesTest, AreForgottenByAKeyframe) {
   EXPECT_TRUE(Resend().tiles.empty());
 }
 
+TEST_F(CoarseTilesTest, AreSentAgainInBitesIfAskedTo) {
+  const int64_t biteBytes = 2 * static_cast<int64_t>(codec.webpBytes);
+  screen.Flatten(4, 99);
+  screen.Flatten(8, 99);
+  encoder->RequestCoarseResend(biteBytes - 1);
+  EXPECT_EQ(Indices(encoder->Encode(screen.Bytes())), (std::vector<int>{0, 1, 4, 8}))
+      << "what has changed does not wait";
+  encoder->RequestCoarseResend(biteBytes + 1);
+  EXPECT_EQ(Indices(encoder->Encode(screen.Bytes())), (std::vector<int>{2, 3, 5}));
+  EXPECT_EQ(Indices(Resend()), std::vector<int>{6});
+  EXPECT_TRUE(Resend().tiles.empty());
+}
+
 /// A 3 x 3 screen that the viewer has entirely as JPEG.
 class RefineTest : public TileEncoderTest {
  protected:
@@ -161,6 +174,12 @@ TEST_F(RefineTest, SendsAFewTilesExactlyEachTimeUntilNoneIsLeft) {
     for (const EncodedTile& tile : frame.tiles)
       EXPECT_EQ(tile.coding, TileCoding::kPalette) << "a palette may have 256 colours here";
   }
+}
+
+TEST_F(RefineTest, EndsAPassAtItsBytes) {
+  encoder->RequestRefine(1);
+  EXPECT_EQ(Indices(encoder->Encode(screen.Bytes())), std::vector<int>{0});
+  EXPECT_EQ(Indices(Refine()), (std::vector<int>{1, 2})) << "the limit is one-shot";
 }
 
 TEST_F(RefineTest, WaitsForAScreenAtRest) {
