@@ -5,48 +5,31 @@
 namespace cvn::agent {
 namespace {
 
-/// The slices of 250 ms, up to 1000, after which the watch gives the peer up; 0 when it never does.
-template <typename Signs>
-int SlicesUntilLost(Signs signsAtMs) {
-  PeerWatch watch;
-  for (int slice = 1; slice <= 1000; ++slice)
-    if (watch.IsLost(signsAtMs(slice * 250))) return slice;
-  return 0;
-}
+constexpr int64_t kHourMs = 3600000;
 
 TEST(PeerWatch, GivesUpOnlyAPeerThatOwesAnAnswerForTwentySeconds) {
-  struct Row {
+  const struct {
     const char* what;
-    int slices;
-    PeerSigns (*signsAtMs)(int64_t ms);
+    int64_t owesAfterMs, owesEveryMs, silentBeforeMs, answersEveryMs;
+    int slicesUntilLost;  // of 250 ms; 0 when it is never given up
+  } rows[] = {
+      {"nothing was asked", kHourMs, 1, 0, kHourMs, 0},
+      {"cut while data was on its way", 0, 1, 0, kHourMs, 80},
+      {"cut after a long rest: only the time that it owes counts", 0, 1, kHourMs, kHourMs, 80},
+      {"answers every 19 s", 0, 1, 0, 19000, 0},
+      {"owes now and then while its window is shut", 0, 10000, 0, kHourMs, 0},
+      {"cut ten seconds later", 10000, 1, 0, kHourMs, 120},
   };
-  const Row rows[] = {
-      {"nothing was asked", 0,
-       [](int64_t ms) {
-         return PeerSigns{false, ms};
-       }},
-      {"cut while data was on its way", 80,
-       [](int64_t ms) {
-         return PeerSigns{true, ms};
-       }},
-      {"cut after a long rest: only the time that it owes counts", 80,
-       [](int64_t ms) {
-         return PeerSigns{true, 3600000 + ms};
-       }},
-      {"answers every 19 s", 0,
-       [](int64_t ms) {
-         return PeerSigns{true, ms % 19000};
-       }},
-      {"owes now and then while its window is shut", 0,
-       [](int64_t ms) {
-         return PeerSigns{ms % 10000 == 0, ms};
-       }},
-      {"cut ten seconds later", 120,
-       [](int64_t ms) {
-         return PeerSigns{ms > 10000, ms};
-       }},
-  };
-  for (const Row& row : rows) EXPECT_EQ(SlicesUntilLost(row.signsAtMs), row.slices) << row.what;
+  for (const auto& row : rows) {
+    PeerWatch watch;
+    int lostAt = 0;
+    for (int slice = 1; slice <= 1000 && lostAt == 0; ++slice) {
+      const int64_t ms = slice * 250;
+      const bool owes = ms > row.owesAfterMs && ms % row.owesEveryMs == 0;
+      if (watch.IsLost({owes, row.silentBeforeMs + ms % row.answersEveryMs})) lostAt = slice;
+    }
+    EXPECT_EQ(lostAt, row.slicesUntilLost) << row.what;
+  }
 }
 
 }  // namespace

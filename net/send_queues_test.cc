@@ -34,22 +34,6 @@ TEST(SendQueues, DropsWhatFitsNoFrameAndEverythingOnceShut) {
   EXPECT_EQ(queues.QueuedBytes(Channel::Tiles), 8388608);
 }
 
-TEST(SendQueues, BacklogFallsWithEveryAttemptButOnlyWrittenBytesCountAsSent) {
-  SendQueues queues;
-  queues.Push(Channel::Tiles, Bytes(100));
-  queues.Push(Channel::Tiles, Bytes(20));
-  queues.Push(Channel::Control, Bytes(3));
-  const auto control = queues.TakeNext();
-  EXPECT_EQ(queues.QueuedBytes(Channel::Control), 3) << "still being written";
-  queues.Finish(*control, true);
-  queues.Finish(*queues.TakeNext(), true);
-  queues.Finish(*queues.TakeNext(), false);
-  EXPECT_EQ(queues.QueuedBytes(Channel::Control), 0);
-  EXPECT_EQ(queues.QueuedBytes(Channel::Tiles), 0);
-  EXPECT_EQ(queues.SentBytes(Channel::Control), 3u);
-  EXPECT_EQ(queues.SentBytes(Channel::Tiles), 100u);
-}
-
 TEST(SendQueues, TheReaderWaitsOnlyWhileMoreThanFourMebibytesOfControlWait) {
   SendQueues queues;
   queues.Push(Channel::Tiles, Bytes(8388608));
@@ -61,19 +45,6 @@ TEST(SendQueues, TheReaderWaitsOnlyWhileMoreThanFourMebibytesOfControlWait) {
   EXPECT_EQ(reader.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
   queues.Finish(*queues.TakeNext(), true);
   EXPECT_EQ(reader.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-}
-
-TEST(SendQueues, StopEndsEveryWaitAndNamesItsFirstCaller) {
-  SendQueues queues;
-  queues.Push(Channel::Control, Bytes(5 * 1024 * 1024));
-  const auto taken = queues.TakeNext();
-  auto writer = std::async(std::launch::async, [&] { return queues.TakeNext().has_value(); });
-  auto reader = std::async(std::launch::async, [&] { queues.WaitForControlRoom(); });
-  EXPECT_TRUE(queues.Stop());
-  EXPECT_FALSE(queues.Stop());
-  EXPECT_FALSE(writer.get());
-  reader.get();
-  EXPECT_FALSE(queues.IsOpen());
 }
 
 }  // namespace

@@ -69,13 +69,10 @@ TEST(PosixSocket, IsTunedForASession) {
   int fd = 3;
   while (fd < 1024 && PeerPort(fd) != loopback.port) ++fd;
   ASSERT_LT(fd, 1024);
-  struct Row {
+  const struct {
     const char* what;
-    int level;
-    int option;
-    int value;
-  };
-  const Row rows[] = {
+    int level, option, value;
+  } rows[] = {
       {"no delay", IPPROTO_TCP, TCP_NODELAY, 1},
       {"send buffer, which the system doubles", SOL_SOCKET, SO_SNDBUF, 2 * 65536},
       {"receive buffer, which the system doubles", SOL_SOCKET, SO_RCVBUF, 2 * 65536},
@@ -84,7 +81,7 @@ TEST(PosixSocket, IsTunedForASession) {
       {"next probes", IPPROTO_TCP, TCP_KEEPINTVL, 1},
       {"probes", IPPROTO_TCP, TCP_KEEPCNT, 5},
   };
-  for (const Row& row : rows) EXPECT_EQ(Option(fd, row.level, row.option), row.value) << row.what;
+  for (const auto& row : rows) EXPECT_EQ(Option(fd, row.level, row.option), row.value) << row.what;
 }
 
 TEST(PosixSocket, APeerThatHalfClosesCanStillBeSentTo) {
