@@ -78,6 +78,7 @@ void RunSession(std::shared_ptr<TransportConnection> connection, DisplaySystem& 
                          [&](std::function<void()> screenTouched) {
                            return context.platform.CreateCaptureBackends(displays, std::move(screenTouched));
                          },
+                     .createCodec = [&context] { return context.platform.CreateImageCodec(); },
                      .tiles = channel(Channel::Tiles),
                      .control = channel(Channel::Control)};
   const SessionConfig config{.viewOnly = arguments.viewOnly,

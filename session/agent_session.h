@@ -9,6 +9,7 @@
 #include "capture/display_system.h"
 #include "capture/screen_capturer.h"
 #include "net/tile_transport.h"
+#include "tiles/tile_image_codec.h"
 
 namespace cvn::agent {
 
@@ -30,6 +31,9 @@ struct SessionParts {
   /// Makes the host's ways of capturing. `screenTouched` may be called from any thread when the screen has
   /// changed, so that a resting session answers at once.
   std::function<CaptureBackends(std::function<void()> screenTouched)> captureBackends;
+  /// Makes the codec for photographic tiles, null when there is none. Called on the capture thread, which
+  /// also uses and destroys the codec.
+  std::function<std::unique_ptr<TileImageCodec>()> createCodec;
   std::shared_ptr<TileTransport> tiles;    // channel 1
   std::shared_ptr<TileTransport> control;  // channel 0
 };

@@ -22,8 +22,13 @@ class AgentSessionTest : public testing::Test {
             .displays = screen_,
             .captureBackends =
                 [this](std::function<void()> touched) { return screen_.Backends(std::move(touched)); },
+            .createCodec = [this] { return MakeCodec(); },
             .tiles = tiles_,
             .control = control_};
+  }
+  std::unique_ptr<TileImageCodec> MakeCodec() {
+    codecThread_ = std::this_thread::get_id();
+    return nullptr;
   }
   static void Handle(AgentSession& session, const std::string& json) {
     session.HandleControlMessage({reinterpret_cast<const uint8_t*>(json.data()), json.size()});
@@ -36,6 +41,7 @@ class AgentSessionTest : public testing::Test {
     });
   }
 
+  std::thread::id codecThread_;
   SystemClock clock_;
   ScriptedScreen screen_{{{0, 0, 128, 64}, {128, 0, 192, 64}}};
   std::shared_ptr<FakeTileTransport> tiles_ = std::make_shared<FakeTileTransport>("corvinet.tiles.v2");

@@ -30,8 +30,7 @@ bool CaptureSource::Rebuild(int32_t monitor) {
 }
 
 bool CaptureSource::DuplicationRetryDue(int64_t nowMs) const {
-  return backends_.duplication && !capturer_->UsesDesktopDuplication() &&
-         nowMs - lastDuplicationTryMs_ >= kDuplicationRetryMs;
+  return ReadsFullFrames() && nowMs - lastDuplicationTryMs_ >= kDuplicationRetryMs;
 }
 
 bool CaptureSource::RetryDuplication(int32_t monitor, int64_t nowMs) {

@@ -30,7 +30,11 @@ class CaptureSource {
   bool RetryDuplication(int32_t monitor, int64_t nowMs);
   void Close() { capturer_.reset(); }
 
-  /// Only between a successful `Open` and `Close`.
+  /// The rest only between a successful `Open` and `Close`.
+
+  /// Whether a fallback stands in for Desktop Duplication and so has to read and compare whole frames. Never
+  /// on a host without Desktop Duplication: what it has instead knows what changed.
+  bool ReadsFullFrames() const { return backends_.duplication && !capturer_->UsesDesktopDuplication(); }
   ScreenCapturer& Capturer() const { return *capturer_; }
 
  private:

@@ -17,6 +17,7 @@ constexpr int64_t kLivenessMs = 1'000;
 constexpr int64_t kMostHeartbeatsMs = 10'000;
 constexpr int64_t kFirstReattachMs = 100;
 constexpr int64_t kNextReattachMs = 500;
+constexpr int kFramesPerLook = 120;
 
 }  // namespace
 
@@ -25,8 +26,9 @@ CaptureTurn::CaptureTurn(CaptureTurnParts parts)
       displays_(parts.displays),
       sender_(parts.sender),
       requests_(parts.requests),
+      quality_(parts.quality),
       source_(std::move(parts.backends)),
-      pacer_(parts.rate.framesPerSecond),
+      pacer_(quality_.Target().framesPerSecond),
       statistics_(clock_.NowMs()),
       pumpWaitNs_(kLeastWaitNs) {}
 
@@ -47,27 +49,31 @@ std::chrono::nanoseconds CaptureTurn::Run() {
   const int64_t pumpedBytes = sender_.PumpPending();
   const int64_t nowNs = clock_.NowNs();
   if (nowNs >= pacer_.DueNs(PendingReasons())) TakeTurn(nowNs);
-  return TimeToWait(pumpedBytes);
+  return TimeToWait(pumpedBytes, ImprovePicture());
 }
 
 void CaptureTurn::End() {
   Log().Info("[session] capture loop ended");
+  still_.reset();
   displays_.DetachFromInputDesktop();
   source_.Close();
 }
 
-/// While the transport takes what it is given, the next bite comes soon; a stalled one is left alone for
-/// longer.
-std::chrono::nanoseconds CaptureTurn::TimeToWait(int64_t pumpedBytes) {
+/// While the transport takes what it is given, the next bite comes soon, and at once where it makes the
+/// picture exact; a stalled one is left alone for longer.
+std::chrono::nanoseconds CaptureTurn::TimeToWait(int64_t pumpedBytes, int64_t improvedBytes) {
   int64_t waitNs = pacer_.DueNs(PendingReasons()) - clock_.NowNs();
   if (waitNs <= 0) return std::chrono::nanoseconds::zero();
-  pumpWaitNs_ = pumpedBytes > 0 ? kLeastWaitNs : std::min(pumpWaitNs_ * 2, kMostPumpWaitNs);
-  if (sender_.HasPending()) waitNs = std::min(waitNs, pumpWaitNs_);
+  if (improvedBytes > 0 && !sender_.HasPending()) return std::chrono::nanoseconds::zero();
+  pumpWaitNs_ = pumpedBytes + improvedBytes > 0 ? kLeastWaitNs : std::min(pumpWaitNs_ * 2, kMostPumpWaitNs);
+  if (sender_.HasPending() || sender_.ImprovementDue()) waitNs = std::min(waitNs, pumpWaitNs_);
   return std::chrono::nanoseconds(std::max(waitNs, kLeastWaitNs));
 }
 
 void CaptureTurn::TakeTurn(int64_t nowNs) {
   pacer_.BeginTurn(nowNs, TakeReasons());
+  still_.reset();
+  FollowReports();
   FollowMonitorRequest();
   RetryDuplication();
   try {
@@ -76,8 +82,13 @@ void CaptureTurn::TakeTurn(int64_t nowNs) {
     LogSkippedFrame(error.what());
   }
   statistics_.LogWhenDue(clock_.NowMs());
-  const FramePacer::Pace pace =
-      pacer_.FinishTurn(clock_.NowNs(), RestedFor(kRestMs) && !sender_.WantsFrame());
+  FinishTurn();
+}
+
+void CaptureTurn::FinishTurn() {
+  const bool resting = RestedFor(kRestMs) && !sender_.WantsFrame() && !sender_.HasRoughParts();
+  const FramePacer::Pace pace = pacer_.FinishTurn(clock_.NowNs(), resting);
+  load_.NoteTurn(clock_.NowMs(), pace.late);
   if (pace.late) statistics_.CountLate();
   if (pace.idle) statistics_.CountIdlePaced();
 }
@@ -89,6 +100,13 @@ TurnReasons CaptureTurn::PendingReasons() const {
 TurnReasons CaptureTurn::TakeReasons() {
   return {.supporterActed = requests_.supporterActed.exchange(false),
           .screenTouched = requests_.screenTouched.exchange(false)};
+}
+
+void CaptureTurn::FollowReports() {
+  quality_.SetFullFrameCapture(source_.ReadsFullFrames());
+  for (const QualityReport& report : requests_.qualityReports.TakeAll())
+    quality_.Apply(report, load_.Overloaded());
+  pacer_.SetFrameRate(quality_.Target().framesPerSecond);
 }
 
 void CaptureTurn::FollowMonitorRequest() {
@@ -126,20 +144,22 @@ void CaptureTurn::CaptureFrame() {
 void CaptureTurn::HandleFrame(const CapturedFrame& frame) {
   const int64_t nowMs = clock_.NowMs();
   failing_ = {};
-  ++capturedFrames_;
+  if (++capturedFrames_ % kFramesPerLook == 0) sender_.LookForRoughParts();
   if (!frame.unchanged)
     restingSinceMs_ = -1;
   else if (restingSinceMs_ < 0)
     restingSinceMs_ = nowMs;
   if (CapturedArea() != area_) UseAndLogNewArea();
   if (requests_.repaint.exchange(false)) sender_.RequestRepaint();
+  LogGeometry(frame);
   if (frame.unchanged && nowMs - lastSentMs_ >= kLivenessMs && !sender_.WantsFrame()) {
     statistics_.CountUnchanged();
     AnnounceLiveness();
+    still_ = frame;
     return;
   }
-  LogGeometry(frame);
   SendFrame(frame);
+  still_ = frame;
 }
 
 void CaptureTurn::SendFrame(const CapturedFrame& frame) {
@@ -153,6 +173,18 @@ void CaptureTurn::SendFrame(const CapturedFrame& frame) {
   if (std::exchange(hasSent_, true)) return;
   Log().Info("[session] first tile frame %d bytes after %d captured frames", static_cast<int>(bytes),
              capturedFrames_);
+}
+
+int64_t CaptureTurn::ImprovePicture() {
+  if (!still_) return 0;
+  int64_t bytes = 0;
+  try {
+    bytes = sender_.ImprovePicture(*still_);
+  } catch (const std::exception& error) {
+    LogSkippedFrame(error.what());
+  }
+  if (bytes > 0) lastSentMs_ = clock_.NowMs();
+  return bytes;
 }
 
 /// A resting screen sends nothing, so the viewer is told once that this is what silence means.
@@ -223,11 +255,14 @@ void CaptureTurn::LogGeometry(const CapturedFrame& frame) {
   const Geometry geometry = {.streamedWidth = static_cast<int32_t>(frame.width),
                              .streamedHeight = static_cast<int32_t>(frame.height),
                              .capturedWidth = area_.Width(),
-                             .capturedHeight = area_.Height()};
+                             .capturedHeight = area_.Height(),
+                             .chosen = quality_.Chosen()};
   if (geometry == loggedGeometry_) return;
   loggedGeometry_ = geometry;
   Log().Info("[session] streaming %dx%d from %dx%d (preset=%s%s, viewport=%dx%d)", geometry.streamedWidth,
-             geometry.streamedHeight, geometry.capturedWidth, geometry.capturedHeight, "High", "", 0, 0);
+             geometry.streamedHeight, geometry.capturedWidth, geometry.capturedHeight,
+             PresetName(geometry.chosen.preset), geometry.chosen.grayscale ? ", grayscale" : "",
+             geometry.chosen.viewportWidth, geometry.chosen.viewportHeight);
 }
 
 void CaptureTurn::LogSkippedFrame(const char* reason) {

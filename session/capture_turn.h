@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "base/clock.h"
 #include "base/geometry.h"
@@ -10,8 +12,9 @@
 #include "session/capture_source.h"
 #include "session/capture_statistics.h"
 #include "session/frame_pacer.h"
+#include "session/producer_load.h"
+#include "session/quality_control.h"
 #include "session/session_requests.h"
-#include "session/stream_rate.h"
 #include "session/tile_stream_sender.h"
 
 namespace cvn::agent {
@@ -23,11 +26,12 @@ struct CaptureTurnParts {
   CaptureBackends backends;
   TileStreamSender& sender;
   SessionRequests& requests;
-  StreamRate rate;
+  QualityControl& quality;
 };
 
 /// The capture loop, one turn at a time: captures the screen at the paced rate, hands what changed to the
-/// sender, follows the supporter's requests, keeps a resting link alive and a failing capturer retried.
+/// sender, follows the supporter's requests and reports, makes a resting picture exact, keeps a resting link
+/// alive and a failing capturer retried.
 ///
 /// Starts no thread and never sleeps: whoever calls `Run` waits as long as it says, or less when
 /// `SessionRequests::signal` is raised. All calls from one thread, which capture may attach to another
@@ -50,6 +54,7 @@ class CaptureTurn {
     int32_t streamedHeight = 0;
     int32_t capturedWidth = 0;
     int32_t capturedHeight = 0;
+    QualityControl::Choice chosen;
     bool operator==(const Geometry&) const = default;
   };
 
@@ -62,10 +67,13 @@ class CaptureTurn {
     int64_t lastHeartbeatMs = 0;
   };
 
-  std::chrono::nanoseconds TimeToWait(int64_t pumpedBytes);
+  std::chrono::nanoseconds TimeToWait(int64_t pumpedBytes, int64_t improvedBytes);
   void TakeTurn(int64_t nowNs);
+  void FinishTurn();
+  int64_t ImprovePicture();
   TurnReasons PendingReasons() const;
   TurnReasons TakeReasons();
+  void FollowReports();
   void FollowMonitorRequest();
   void RetryDuplication();
   void CaptureFrame();
@@ -89,13 +97,17 @@ class CaptureTurn {
   DisplaySystem& displays_;
   TileStreamSender& sender_;
   SessionRequests& requests_;
+  QualityControl& quality_;
   CaptureSource source_;
   FramePacer pacer_;
+  ProducerLoad load_;
   CaptureStatistics statistics_;
   int64_t pumpWaitNs_;
   int32_t monitor_ = -1;
   PixelRect area_;
   Geometry loggedGeometry_;
+  /// What the sender was given last, while its pixels are still there.
+  std::optional<CapturedFrame> still_;
   FailingRun failing_;
   /// Time of the first unchanged frame of the current run of them, negative while there is none.
   int64_t restingSinceMs_ = -1;

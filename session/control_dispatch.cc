@@ -20,6 +20,16 @@ bool AllowedInViewOnly(int32_t type) {
   return type >= 0 && type < kViewOnlyTypeEnd && (kViewOnlyTypes >> type & 1) != 0;
 }
 
+QualityReport ReportFrom(const ControlMessage& message) {
+  return {.receiveKbps = message.kbps,
+          .lossPermille = message.lossPermille,
+          .rttMs = message.rttMs,
+          .preset = PresetFromText(message.preset),
+          .grayscale = message.gray,
+          .viewportWidth = message.viewportWidth,
+          .viewportHeight = message.viewportHeight};
+}
+
 }  // namespace
 
 void ControlDispatch::HandleControlMessage(std::span<const uint8_t> payload) {
@@ -37,6 +47,8 @@ void ControlDispatch::HandleControlMessage(std::span<const uint8_t> payload) {
 
 void ControlDispatch::Dispatch(const ControlMessage& message) {
   switch (message.type) {
+    case kQuality:
+      return parts_.requests.qualityReports.Add(ReportFrom(message));
     case kSelectMonitor:
       return SelectMonitor(message.index);
     case kCursorVisibility:

@@ -20,7 +20,10 @@ struct TurnReasons {
 /// a touch adds at most one turn between two regular ones.
 class FramePacer {
  public:
-  explicit FramePacer(int framesPerSecond) : frameIntervalNs_(1'000'000'000 / framesPerSecond) {}
+  explicit FramePacer(int framesPerSecond) { SetFrameRate(framesPerSecond); }
+
+  /// From the next turn on.
+  void SetFrameRate(int framesPerSecond) { frameIntervalNs_ = 1'000'000'000 / framesPerSecond; }
 
   int64_t DueNs(const TurnReasons& reasons) const;
 
@@ -41,7 +44,7 @@ class FramePacer {
   /// Long before any time that a clock gives, and still safe to subtract.
   static constexpr int64_t kNeverNs = INT64_MIN / 4;
 
-  int64_t frameIntervalNs_;
+  int64_t frameIntervalNs_ = 0;
   int64_t turnNs_ = kNeverNs;
   int64_t dueNs_ = kNeverNs;
   /// The last turn that sent a frame, or that looked in vain at a touched screen.

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "base/stop_signal.h"
+#include "session/quality_reports.h"
 
 namespace cvn::agent {
 
@@ -16,6 +17,9 @@ struct SessionRequests {
   std::atomic<int32_t> monitor;
   std::atomic<bool> showCursor = false;
   std::atomic<bool> repaint = false;
+  /// Deliberate: a report does not end a rest, or a viewer that reports every second would never let it
+  /// begin.
+  QualityReports qualityReports;
   /// Raised by the two calls below, taken by the capture loop.
   std::atomic<bool> supporterActed = false;
   std::atomic<bool> screenTouched = false;

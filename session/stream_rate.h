@@ -17,6 +17,9 @@ inline constexpr StreamRate kStartingRate = {.kbps = 12'000, .framesPerSecond = 
 /// A relay that must not be filled.
 inline constexpr StreamRate kRelayedCap = {.kbps = 1'800, .framesPerSecond = 30};
 
+/// A machine that has to read its whole screen for every frame.
+inline constexpr StreamRate kFullFrameCap = {.kbps = 12'000, .framesPerSecond = 30};
+
 constexpr StreamRate Capped(const StreamRate& rate, const StreamRate& cap) {
   return {.kbps = std::min(rate.kbps, cap.kbps),
           .framesPerSecond = std::min(rate.framesPerSecond, cap.framesPerSecond)};

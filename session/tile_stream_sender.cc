@@ -16,6 +16,8 @@ constexpr int64_t kDropsPerLogLine = 10;
 constexpr double kCoarseBytesPerSecond = 716'800;
 constexpr int64_t kLoggedFrameBytes = 40'960;
 constexpr int kMostLosslessBudget = 32;
+/// At least this good is a photographic tile of a picture that rests.
+constexpr int kRestingTileQuality = 85;
 
 }  // namespace
 
@@ -28,13 +30,21 @@ int64_t TileStreamSender::SendFrame(const CapturedFrame& frame) {
   region_.Add(frame);
   if (!transport_.IsOpen()) return 0;
   PumpPending();
-  if (DropsFrame()) return 0;
-  try {
-    return EncodeAndQueue(frame);
-  } catch (...) {
-    encoder_.reset();  // What the viewer has of this frame is unknown.
-    throw;
-  }
+  if (!WantsFrame() || DropsFrame()) return 0;
+  return OrStartAnew([&] { return EncodeAndQueue(frame); });
+}
+
+bool TileStreamSender::ImprovementDue() const {
+  return !WantsFrame() && transport_.IsOpen() &&
+         improvement_.Next(clock_.NowMs()) != ImprovementPlan::Step::kNothing;
+}
+
+int64_t TileStreamSender::ImprovePicture(const CapturedFrame& frame) {
+  if (!ImprovementDue() || !queue_.Empty()) return 0;
+  const Allowance allowance = MeasureAllowance();
+  const auto passBytes = ImprovementPlan::PassBytes(allowance.backlogBytes, allowance.allowedBytes);
+  if (!passBytes) return 0;
+  return OrStartAnew([&] { return EncodeImprovement(frame, *passBytes); });
 }
 
 int64_t TileStreamSender::PumpPending() {
@@ -57,6 +67,17 @@ void TileStreamSender::SetQuality(int tileQuality, int paletteColors, int lossle
   quality.paletteColors = std::clamp(paletteColors, 1, 256);
   if (losslessBudget >= 0) quality.losslessBudget = std::min(losslessBudget, kMostLosslessBudget);
   if (encoder_) encoder_->SetQuality(quality.tileQ, quality.paletteColors, quality.losslessBudget);
+}
+
+void TileStreamSender::SetGrayscale(bool grayscale) {
+  if (grayscale == grayscale_) return;
+  grayscale_ = grayscale;
+  region_.Forget();
+  if (encoder_) encoder_->SetGrayscale(grayscale);
+}
+
+bool TileStreamSender::PrefersWebp() const {
+  return meter_.BytesPerSecond() < kCoarseBytesPerSecond && !producerOverloaded_;
 }
 
 TileStreamSender::Allowance TileStreamSender::MeasureAllowance() {
@@ -89,17 +110,58 @@ void TileStreamSender::CountDrop(const Allowance& allowance) {
 
 int64_t TileStreamSender::EncodeAndQueue(const CapturedFrame& frame) {
   PrepareEncoder(frame);
+  const EncodedFrame encoded = Encode(frame);
+  improvement_.NoteFrame(encoded, clock_.NowMs());
+  return QueueEncoded(encoded);
+}
+
+int64_t TileStreamSender::EncodeImprovement(const CapturedFrame& frame, int64_t passBytes) {
+  PrepareEncoder(frame);
+  const ImprovementPlan::Step step = improvement_.Next(clock_.NowMs());
+  const TileEncoderSettings& quality = settings_.encoder;
+  if (step == ImprovementPlan::Step::kCoarseResend) {
+    encoder_->SetQuality(std::max(quality.tileQ, kRestingTileQuality), quality.paletteColors,
+                         quality.losslessBudget);
+    encoder_->RequestCoarseResend(passBytes);
+  } else {
+    encoder_->RequestRefine(passBytes);
+  }
+  const EncodedFrame encoded = Encode(frame);
+  encoder_->SetQuality(quality.tileQ, quality.paletteColors, quality.losslessBudget);
+  improvement_.NoteImprovement(step, encoded);
+  return QueueEncoded(encoded);
+}
+
+EncodedFrame TileStreamSender::Encode(const CapturedFrame& frame) {
   const int64_t startNs = clock_.NowNs();
-  const EncodedFrame encoded = encoder_->Encode({frame.pixels, frame.byteSize}, region_.Rects());
-  const int64_t encodeMs = (clock_.NowNs() - startNs) / 1'000'000;
+  const auto changed = region_.Rects();
+  const std::span<const uint8_t> pixels =
+      grayscale_ ? grayFrame_.Convert(frame, changed) : std::span(frame.pixels, frame.byteSize);
+  EncodedFrame encoded = encoder_->Encode(pixels, changed);
+  encodeMs_ = (clock_.NowNs() - startNs) / 1'000'000;
   region_.Clear();
+  return encoded;
+}
+
+int64_t TileStreamSender::QueueEncoded(const EncodedFrame& encoded) {
   if (encoded.tiles.empty()) return 0;
   const uint32_t sequence = nextSequence_++;
   if (encoded.keyframe) ++epoch_.keyframes;
-  LogFrame(sequence, encoded, encodeMs);
+  LogFrame(sequence, encoded);
   QueueFrame(sequence, encoded);
   PumpPending();
   return encoded.payloadBytes;
+}
+
+/// What the viewer has of a frame that failed is unknown.
+template <typename Work>
+int64_t TileStreamSender::OrStartAnew(Work work) {
+  try {
+    return work();
+  } catch (...) {
+    encoder_.reset();
+    throw;
+  }
 }
 
 void TileStreamSender::PrepareEncoder(const CapturedFrame& frame) {
@@ -107,14 +169,14 @@ void TileStreamSender::PrepareEncoder(const CapturedFrame& frame) {
     epoch_.width = static_cast<int>(frame.width);
     epoch_.height = static_cast<int>(frame.height);
     encoder_ = std::make_unique<TileEncoder>(epoch_.width, epoch_.height, codec_, settings_.encoder);
+    encoder_->SetGrayscale(grayscale_);
     region_.Forget();
   }
   if (std::exchange(repaintPending_, false)) {
     encoder_->ForgetReference();
     region_.Forget();
   }
-  const bool coarseAllowed = meter_.BytesPerSecond() < kCoarseBytesPerSecond && !producerOverloaded_;
-  encoder_->SetAllowWebp(coarseAllowed);
+  encoder_->SetAllowWebp(PrefersWebp());
   encoder_->SetEstimatePhotographic(!producerOverloaded_);
 }
 
@@ -146,11 +208,11 @@ void TileStreamSender::QueueFrame(uint32_t sequence, const EncodedFrame& encoded
   if (transport_.IsOpen()) Queue(BuildTileBatch(sequence, tiles.subspan(first)));
 }
 
-void TileStreamSender::LogFrame(uint32_t sequence, const EncodedFrame& encoded, int64_t encodeMs) const {
+void TileStreamSender::LogFrame(uint32_t sequence, const EncodedFrame& encoded) const {
   if (!encoded.keyframe && !encoded.losslessRefine && encoded.payloadBytes < kLoggedFrameBytes) return;
   Log().Info("[tiles] frame seq=%u tiles=%d/%d lossless=%d bytes=%lld enc=%lldms backlog=%lluKB%s%s%s",
              sequence, encoded.encodedTiles, encoded.totalTiles, encoded.losslessTiles,
-             static_cast<long long>(encoded.payloadBytes), static_cast<long long>(encodeMs),
+             static_cast<long long>(encoded.payloadBytes), static_cast<long long>(encodeMs_),
              static_cast<unsigned long long>(transport_.QueuedBytes()) / 1024,
              encoded.keyframe ? " keyframe" : "", encoded.coarse ? " coarse" : "",
              encoded.losslessRefine ? " lossless-refine" : "");

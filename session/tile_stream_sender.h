@@ -8,6 +8,8 @@
 #include "net/tile_transport.h"
 #include "session/changed_region.h"
 #include "session/drain_meter.h"
+#include "session/gray_frame.h"
+#include "session/improvement_plan.h"
 #include "session/tile_message_queue.h"
 #include "tiles/tile_encoder.h"
 #include "tiles/tile_image_codec.h"
@@ -36,6 +38,16 @@ class TileStreamSender {
   /// when the frame was dropped, nothing changed or the transport is closed.
   int64_t SendFrame(const CapturedFrame& frame);
 
+  /// True while parts of the viewer's picture are rougher than the screen.
+  bool HasRoughParts() const { return !improvement_.Finished(); }
+  /// True when it has rested long enough to do something about them.
+  bool ImprovementDue() const;
+  /// Queues one bite of what makes the viewer's picture exact, as far as the line has room for it. `frame` is
+  /// the one last given to `SendFrame`. Returns the encoded bytes.
+  int64_t ImprovePicture(const CapturedFrame& frame);
+  /// Looks once more whether a part of the picture could be improved.
+  void LookForRoughParts() { improvement_.LookAgain(); }
+
   /// Hands queued messages to the transport as far as its backlog allows. Returns the bytes handed over.
   int64_t PumpPending();
 
@@ -46,6 +58,8 @@ class TileStreamSender {
   void SetQuality(int tileQuality, int paletteColors, int losslessBudget);
   /// While set, no frame is coarse and tiles are not estimated: the machine has no time for it.
   void SetProducerOverloaded(bool overloaded) { producerOverloaded_ = overloaded; }
+  /// Whether the viewer gets the picture without its colours.
+  void SetGrayscale(bool grayscale);
   /// The next frame is a keyframe.
   void RequestRepaint() { repaintPending_ = true; }
   /// The next frame comes from another capturer, whose hints tell nothing about earlier frames.
@@ -54,6 +68,8 @@ class TileStreamSender {
   /// True while the viewer lacks something that even an unchanged frame would bring.
   bool WantsFrame() const { return encoder_ == nullptr || repaintPending_ || !region_.Empty(); }
   bool HasPending() const { return !queue_.Empty(); }
+  /// Whether photographic tiles are tried as WebP: it is slow to make, and pays on a slow line.
+  bool PrefersWebp() const;
   /// The drain estimate when a frame was last dropped, and when that was (negative before the first).
   int64_t MeasuredKbps() const { return measuredKbps_; }
   int64_t LastDropMs() const { return lastDropMs_; }
@@ -68,11 +84,16 @@ class TileStreamSender {
   bool DropsFrame();
   void CountDrop(const Allowance& allowance);
   int64_t EncodeAndQueue(const CapturedFrame& frame);
+  int64_t EncodeImprovement(const CapturedFrame& frame, int64_t passBytes);
+  EncodedFrame Encode(const CapturedFrame& frame);
+  int64_t QueueEncoded(const EncodedFrame& encoded);
+  template <typename Work>
+  int64_t OrStartAnew(Work work);
   void PrepareEncoder(const CapturedFrame& frame);
   bool FitsEncoder(const CapturedFrame& frame) const;
   void QueueFrame(uint32_t sequence, const EncodedFrame& encoded);
   void Queue(std::vector<uint8_t> message) { queue_.Add(std::move(message), epoch_); }
-  void LogFrame(uint32_t sequence, const EncodedFrame& encoded, int64_t encodeMs) const;
+  void LogFrame(uint32_t sequence, const EncodedFrame& encoded) const;
 
   const Clock& clock_;
   TileTransport& transport_;
@@ -81,11 +102,15 @@ class TileStreamSender {
   TileMessageQueue queue_;
   DrainMeter meter_;
   ChangedRegion region_;
+  ImprovementPlan improvement_;
+  GrayFrame grayFrame_;
   std::unique_ptr<TileEncoder> encoder_;
   /// `width` and `height` are those that the encoder was built for.
   StreamEpoch epoch_;
   uint32_t nextSequence_ = 0;
+  int64_t encodeMs_ = 0;
   bool repaintPending_ = false;
+  bool grayscale_ = false;
   bool producerOverloaded_ = false;
   int64_t droppedFrames_ = 0;
   int64_t droppedAtLastLog_ = 0;
