@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "tiles/tile_message.h"
 #include "view/frame_assembler.h"
 #include "view/tile_decoder.h"
+#include "view/view_platform.h"
 
 namespace {
 
@@ -27,6 +29,11 @@ constexpr int64_t kMostDrawnPixels = 1 << 18;
 
 void Require(bool held) {
   if (!held) std::abort();
+}
+
+cvn::TileImageCodec& Codec() {
+  static const std::unique_ptr<cvn::TileImageCodec> codec = cvn::view::CreateHostImageCodec();
+  return *codec;
 }
 
 class Viewer {
@@ -61,7 +68,7 @@ class Viewer {
   }
 
   cvn::view::FrameAssembler assembler_;
-  cvn::view::TileDecoder decoder_;
+  cvn::view::TileDecoder decoder_{Codec()};
   PictureSize size_;
   std::vector<uint8_t> picture_;
 };

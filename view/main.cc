@@ -12,6 +12,11 @@ int main(int argc, char** argv) {
   cvn::agent::StopSignal stop;
   const cvn::view::InterruptWatch watch(stop);
   const auto sockets = cvn::view::CreateHostSockets();
+  const auto codec = cvn::view::CreateHostImageCodec();
+  if (!codec) {
+    std::cerr << "cvn-view: no photographs can be decoded on this machine\n";
+    return cvn::view::kViewFailed;
+  }
   const cvn::agent::SystemClock clock;
-  return cvn::view::RunView(words, {*sockets, clock, stop, std::cout, std::cerr});
+  return cvn::view::RunView(words, {*sockets, *codec, clock, stop, std::cout, std::cerr});
 }

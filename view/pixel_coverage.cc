@@ -8,14 +8,9 @@ namespace {
 
 constexpr size_t kWordBits = 64;
 
-/// Sets bits `begin` to `end` (exclusive, less than or equal to 64 apart in one word); returns how many were
-/// new.
-int SetBits(uint64_t& word, size_t begin, size_t end) {
-  const size_t count = end - begin;
-  const uint64_t mask = (count == kWordBits ? ~uint64_t{0} : (uint64_t{1} << count) - 1) << begin;
-  const int fresh = std::popcount(mask & ~word);
-  word |= mask;
-  return fresh;
+/// Bits `begin` to `end`, exclusive; there is at least one.
+uint64_t Mask(size_t begin, size_t end) {
+  return (~uint64_t{0} >> (kWordBits - (end - begin))) << begin;
 }
 
 }  // namespace
@@ -28,6 +23,21 @@ void PixelCoverage::Restart(PictureSize size) {
 
 void PixelCoverage::Add(int x, int y, int width, int height) {
   if (missing_ == 0) return;
+  ForEachWord(x, y, width, height, [this](uint64_t& word, uint64_t mask) {
+    missing_ -= std::popcount(mask & ~word);
+    word |= mask;
+  });
+}
+
+void PixelCoverage::Remove(int x, int y, int width, int height) {
+  ForEachWord(x, y, width, height, [this](uint64_t& word, uint64_t mask) {
+    missing_ += std::popcount(mask & word);
+    word &= ~mask;
+  });
+}
+
+template <typename OnWord>
+void PixelCoverage::ForEachWord(int x, int y, int width, int height, OnWord onWord) {
   const auto left = static_cast<size_t>(x);
   const size_t right = left + static_cast<size_t>(width);
   for (auto row = static_cast<size_t>(y); row < static_cast<size_t>(y) + static_cast<size_t>(height); ++row) {
@@ -35,7 +45,7 @@ void PixelCoverage::Add(int x, int y, int width, int height) {
     for (size_t at = left; at < right;) {
       const size_t wordStart = at / kWordBits * kWordBits;
       const size_t end = std::min(right, wordStart + kWordBits);
-      missing_ -= SetBits(words[at / kWordBits], at - wordStart, end - wordStart);
+      onWord(words[at / kWordBits], Mask(at - wordStart, end - wordStart));
       at = end;
     }
   }

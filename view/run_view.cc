@@ -69,6 +69,14 @@ std::string ConnectFailure(const ViewArguments& arguments, const ViewHost& host,
                     error.c_str(), advice);
 }
 
+ViewWishes Wishes(const ViewArguments& arguments) {
+  return {.monitor = arguments.monitor,
+          .showCursor = arguments.showCursor,
+          .repaint = arguments.repaint,
+          .quality = {.preset = arguments.preset, .gray = arguments.gray},
+          .exact = arguments.untilExact};
+}
+
 bool StoreSnapshot(const ViewArguments& arguments, const TileReceiver& receiver, const ViewHost& host,
                    std::string& error) {
   if (arguments.snapshotPath.empty() || !receiver.HasFullPicture()) return true;
@@ -86,12 +94,12 @@ int RunSession(const ViewArguments& arguments, const ViewHost& host, CanvasMemor
   if (!connection) return Fail(host, ConnectFailure(arguments, host, error));
   host.out << "connected to " << connection->PeerText() << "\n" << std::flush;
 
-  TileReceiver receiver(memory, host.clock, connectNs);
-  ViewSession session(receiver, host.clock, {arguments.monitor, arguments.showCursor, arguments.repaint});
-  const ViewOutcome outcome =
-      session.Run(*connection, {arguments.durationNs, arguments.untilIdle}, host.stop);
+  TileReceiver receiver(memory, host.codec, host.clock, connectNs);
+  ViewSession session(receiver, host.clock, Wishes(arguments));
+  const ViewLimits limits{arguments.durationNs, arguments.untilIdle || arguments.untilExact};
+  const ViewOutcome outcome = session.Run(*connection, limits, host.stop);
   host.out << SummaryText({receiver.Statistics(), receiver.Canvas().Size(), outcome.end, connectNs,
-                           host.clock.NowNs(), receiver.FirstFullPictureNs()});
+                           host.clock.NowNs(), receiver.Times(), receiver.Canvas().InexactPixels()});
   const bool stored = StoreSnapshot(arguments, receiver, host, error);
   if (!outcome.error.empty()) return Fail(host, outcome.error);
   if (!stored) return Fail(host, error);

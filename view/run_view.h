@@ -7,12 +7,14 @@
 #include "base/clock.h"
 #include "base/stop_signal.h"
 #include "net/socket_system.h"
+#include "tiles/tile_image_codec.h"
 
 namespace cvn::view {
 
 /// What the program runs on; everything is borrowed.
 struct ViewHost {
   agent::SocketSystem& sockets;
+  TileImageCodec& codec;
   const agent::Clock& clock;
   /// Set by Ctrl+C: ends the session in good order.
   agent::StopSignal& stop;

@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "tiles/tile_image_codec.h"
 #include "tiles/tile_message.h"
 #include "view/picture_size.h"
 
@@ -64,6 +65,15 @@ inline agent::EncodedTile GradientTile(uint32_t x, uint32_t y, PictureSize size,
   agent::EncodedTile tile = TileAt(x, y, size);
   tile.coding = agent::TileCoding::kLossless;
   tile.payload = Zip(PixelBytes(pixels));
+  return tile;
+}
+
+/// Some colour, nearly.
+inline agent::EncodedTile JpegTile(TileImageCodec& codec, uint32_t x, uint32_t y, PictureSize size) {
+  agent::EncodedTile tile = TileAt(x, y, size);
+  tile.coding = agent::TileCoding::kJpeg;
+  tile.payload =
+      codec.EncodeJpeg(Bytes(static_cast<size_t>(size.Pixels()) * 4, 0x80), size.width, size.height, 80);
   return tile;
 }
 

@@ -8,6 +8,7 @@ bool TileCanvas::Restart(PictureSize size, const CanvasProgress& progress, std::
   if (pixels_.empty()) return false;
   size_ = size;
   coverage_.Restart(size);
+  exact_.Restart(size);
   return true;
 }
 
@@ -16,6 +17,10 @@ bool TileCanvas::Draw(const agent::TileRecord& tile, std::string& error) {
   const PixelRows target{pixels_.data() + tile.y * strideBytes + tile.x * size_t{4}, strideBytes};
   if (!decoder_.Decode(tile, target, error)) return false;
   coverage_.Add(tile.x, tile.y, tile.width, tile.height);
+  if (IsLossy(tile.coding))
+    exact_.Remove(tile.x, tile.y, tile.width, tile.height);
+  else
+    exact_.Add(tile.x, tile.y, tile.width, tile.height);
   return true;
 }
 

@@ -11,12 +11,12 @@
 
 namespace cvn::view {
 
-/// The picture that tiles are drawn into, B, G, R, X. Knows when every pixel has arrived once. One thread at
-/// a time.
+/// The picture that tiles are drawn into, B, G, R, X. Knows when every pixel has arrived once, and when every
+/// pixel is exact: drawn last by a tile that loses nothing. One thread at a time.
 class TileCanvas {
  public:
-  /// `memory` is borrowed.
-  explicit TileCanvas(CanvasMemory& memory) : memory_(memory) {}
+  /// Both are borrowed.
+  TileCanvas(CanvasMemory& memory, TileImageCodec& codec) : memory_(memory), decoder_(codec) {}
 
   /// A new picture of `size`, of which nothing has arrived. False with `error` set when there is no room.
   bool Restart(PictureSize size, const CanvasProgress& progress, std::string& error);
@@ -28,12 +28,16 @@ class TileCanvas {
   PictureSize Size() const { return size_; }
   bool IsFull() const { return size_.Pixels() > 0 && coverage_.MissingPixels() == 0; }
   int64_t MissingPixels() const { return coverage_.MissingPixels(); }
+  bool IsExact() const { return size_.Pixels() > 0 && exact_.MissingPixels() == 0; }
+  /// Those that are missing included.
+  int64_t InexactPixels() const { return exact_.MissingPixels(); }
   std::span<const uint8_t> Pixels() const { return pixels_; }
 
  private:
   CanvasMemory& memory_;
   TileDecoder decoder_;
   PixelCoverage coverage_;
+  PixelCoverage exact_;
   PictureSize size_;
   std::span<uint8_t> pixels_;
 };

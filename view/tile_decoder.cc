@@ -20,16 +20,8 @@ size_t TilePixels(const agent::TileRecord& tile) {
   return size_t{tile.width} * tile.height;
 }
 
-const char* CodingName(uint8_t coding) {
-  switch (static_cast<agent::TileCoding>(coding)) {
-    case agent::TileCoding::kJpeg:
-      return " (JPEG)";
-    case agent::TileCoding::kWebp:
-      return " (WebP)";
-    default:
-      return "";
-  }
-}
+/// Tables and headers, which even a picture of one pixel brings along.
+constexpr size_t kLossyOverheadBytes = 4096;
 
 /// All 256 entries, so that drawing needs no check per pixel; those beyond the palette are never drawn.
 using Palette = std::array<uint32_t, kMaxPaletteColors>;
@@ -73,7 +65,12 @@ struct TileDecoder::Inflater {
   z_stream stream{};
 };
 
-TileDecoder::TileDecoder() : inflater_(std::make_unique<Inflater>()) {}
+bool IsLossy(uint8_t coding) {
+  return coding == static_cast<uint8_t>(agent::TileCoding::kJpeg) ||
+         coding == static_cast<uint8_t>(agent::TileCoding::kWebp);
+}
+
+TileDecoder::TileDecoder(TileImageCodec& codec) : inflater_(std::make_unique<Inflater>()), codec_(codec) {}
 TileDecoder::~TileDecoder() = default;
 
 bool TileDecoder::Decode(const agent::TileRecord& tile, const PixelRows& target, std::string& error) {
@@ -82,10 +79,12 @@ bool TileDecoder::Decode(const agent::TileRecord& tile, const PixelRows& target,
       return DecodePalette(tile, target, error);
     case agent::TileCoding::kLossless:
       return DecodeLossless(tile, target, error);
-    default:
-      return Refuse(error, FormatText("tile %d has coding %d%s, which this viewer does not know", tile.index,
-                                      tile.coding, CodingName(tile.coding)));
+    case agent::TileCoding::kJpeg:
+    case agent::TileCoding::kWebp:
+      return DecodeLossy(tile, target, error);
   }
+  return Refuse(
+      error, FormatText("tile %d has coding %d, which this viewer does not know", tile.index, tile.coding));
 }
 
 bool TileDecoder::DecodeLossless(const agent::TileRecord& tile, const PixelRows& target, std::string& error) {
@@ -121,6 +120,21 @@ bool TileDecoder::DecodePalette(const agent::TileRecord& tile, const PixelRows& 
   Palette palette;
   std::memcpy(palette.data(), bytes.data() + kPaletteCountBytes, colors * kPixelBytes);
   DrawIndices(indices, tile.width, palette, target);
+  return true;
+}
+
+bool TileDecoder::DecodeLossy(const agent::TileRecord& tile, const PixelRows& target, std::string& error) {
+  const size_t expectedBytes = TilePixels(tile) * kPixelBytes;
+  const bool isJpeg = tile.coding == static_cast<uint8_t>(agent::TileCoding::kJpeg);
+  const char* const name = isJpeg ? "JPEG" : "WebP";
+  if (tile.payload.size() > expectedBytes + kLossyOverheadBytes)
+    return Refuse(error, FormatText("%s tile %d has %zu bytes, more than its %dx%d pixels can need", name,
+                                    tile.index, tile.payload.size(), tile.width, tile.height));
+  if (!codec_.Decode(tile.payload, tile.width, tile.height, lossyPixels_) ||
+      lossyPixels_.size() != expectedBytes)
+    return Refuse(error, FormatText("the payload of %s tile %d does not decode to %dx%d pixels", name,
+                                    tile.index, tile.width, tile.height));
+  DrawPixels(lossyPixels_, tile.width, target);
   return true;
 }
 

@@ -5,7 +5,9 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "tiles/tile_image_codec.h"
 #include "tiles/tile_message.h"
 
 namespace cvn::view {
@@ -17,14 +19,19 @@ struct PixelRows {
   size_t strideBytes = 0;
 };
 
-/// Decodes exactly coded tiles (palette and lossless: docs/wire-format.md) straight into a picture.
+/// Whether tiles of this coding bring their pixels only nearly.
+bool IsLossy(uint8_t coding);
+
+/// Decodes tiles of every coding (docs/wire-format.md) straight into a picture.
 ///
 /// Trusts nothing in a payload: it is inflated into a buffer of the size that the tile's own rectangle allows
-/// and no further, and nothing is drawn of a tile that is not whole. The inflater and the buffer are reused,
-/// so a tile costs no allocation once the largest has been seen. One thread at a time.
+/// and no further, or given to the codec only when it is no longer than the rectangle's pixels warrant; and
+/// nothing is drawn of a tile that is not whole. The inflater and the buffers are reused, so a tile costs no
+/// allocation here once the largest has been seen. One thread at a time.
 class TileDecoder {
  public:
-  TileDecoder();
+  /// `codec` is borrowed.
+  explicit TileDecoder(TileImageCodec& codec);
   ~TileDecoder();
   TileDecoder(const TileDecoder&) = delete;
   TileDecoder& operator=(const TileDecoder&) = delete;
@@ -38,6 +45,7 @@ class TileDecoder {
 
   bool DecodeLossless(const agent::TileRecord& tile, const PixelRows& target, std::string& error);
   bool DecodePalette(const agent::TileRecord& tile, const PixelRows& target, std::string& error);
+  bool DecodeLossy(const agent::TileRecord& tile, const PixelRows& target, std::string& error);
   /// Inflates the whole payload into at most `maxBytes`; an empty span with `error` set when it is longer, or
   /// is no zlib stream, or has something behind it.
   std::span<const uint8_t> Inflate(const agent::TileRecord& tile, size_t maxBytes, std::string& error);
@@ -45,6 +53,8 @@ class TileDecoder {
   std::unique_ptr<Inflater> inflater_;
   std::unique_ptr<uint8_t[]> buffer_;
   size_t bufferBytes_ = 0;
+  TileImageCodec& codec_;
+  std::vector<uint8_t> lossyPixels_;
 };
 
 }  // namespace cvn::view

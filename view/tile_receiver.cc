@@ -1,9 +1,12 @@
 #include "view/tile_receiver.h"
 
+#include <algorithm>
+
 namespace cvn::view {
 
-TileReceiver::TileReceiver(CanvasMemory& memory, const agent::Clock& clock, int64_t connectNs)
-    : memory_(memory), clock_(clock), canvas_(memory) {
+TileReceiver::TileReceiver(CanvasMemory& memory, TileImageCodec& codec, const agent::Clock& clock,
+                           int64_t connectNs)
+    : memory_(memory), clock_(clock), canvas_(memory, codec) {
   progress_.connectNs = static_cast<uint64_t>(connectNs);
 }
 
@@ -30,6 +33,7 @@ bool TileReceiver::BeginFrame(const Delivery& delivery, std::string& error) {
   frameIsKeyframe_ = delivery.keyframe;
   if (delivery.size == canvas_.Size()) return true;
   progress_.fullPictureNs = 0;
+  pictureIsExact_ = false;
   return canvas_.Restart(delivery.size, progress_, error);
 }
 
@@ -38,28 +42,40 @@ bool TileReceiver::DrawTiles(const Delivery& delivery, std::string& error) {
     if (!canvas_.Draw(tile, error)) return false;
     CountTile(tile);
   }
-  NoteProgress(delivery.frameEnds);
+  NoteProgress(delivery);
   return true;
 }
 
 void TileReceiver::CountTile(const agent::TileRecord& tile) {
-  const bool isPalette = tile.coding == static_cast<uint8_t>(agent::TileCoding::kPalette);
-  ++(isPalette ? statistics_.paletteTiles : statistics_.losslessTiles);
-  statistics_.payloadBytes += static_cast<int64_t>(tile.payload.size());
+  CodingStatistics& coding = statistics_.codings.at(tile.coding);
+  ++coding.tiles;
+  coding.payloadBytes += static_cast<int64_t>(tile.payload.size());
   ++progress_.tilesDrawn;
 }
 
-void TileReceiver::NoteProgress(bool frameEnds) {
-  lastTileNs_ = clock_.NowNs();
+void TileReceiver::NoteProgress(const Delivery& delivery) {
+  times_.lastTileNs = clock_.NowNs();
   if (canvas_.IsFull() && progress_.fullPictureNs == 0)
-    progress_.fullPictureNs = static_cast<uint64_t>(lastTileNs_);
-  if (canvas_.IsFull() && firstFullPictureNs_ == 0) firstFullPictureNs_ = lastTileNs_;
-  if (frameEnds) {
+    progress_.fullPictureNs = static_cast<uint64_t>(times_.lastTileNs);
+  if (canvas_.IsFull() && times_.firstFullNs == 0) times_.firstFullNs = times_.lastTileNs;
+  NoteExactness(delivery);
+  if (delivery.frameEnds) {
     ++progress_.updates;
     ++statistics_.frames;
     if (frameIsKeyframe_) ++statistics_.keyframes;
   }
   memory_.Publish(progress_);
+}
+
+void TileReceiver::NoteExactness(const Delivery& delivery) {
+  const auto isLossy = [](const agent::TileRecord& tile) { return IsLossy(tile.coding); };
+  if (std::any_of(delivery.tiles.begin(), delivery.tiles.end(), isLossy))
+    times_.lastLossyTileNs = times_.lastTileNs;
+  if (!canvas_.IsExact()) pictureIsExact_ = false;
+  if (!delivery.frameEnds || !canvas_.IsExact() || pictureIsExact_) return;
+  pictureIsExact_ = true;
+  times_.lastExactNs = times_.lastTileNs;
+  if (times_.firstExactNs == 0) times_.firstExactNs = times_.lastTileNs;
 }
 
 }  // namespace cvn::view

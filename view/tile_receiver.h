@@ -15,8 +15,8 @@ namespace cvn::view {
 /// canvas before the rest of its frame has arrived. One thread at a time.
 class TileReceiver {
  public:
-  /// `memory` and `clock` are borrowed; `connectNs` is the clock's time just before connecting.
-  TileReceiver(CanvasMemory& memory, const agent::Clock& clock, int64_t connectNs);
+  /// All but `connectNs`, the clock's time just before connecting, are borrowed.
+  TileReceiver(CanvasMemory& memory, TileImageCodec& codec, const agent::Clock& clock, int64_t connectNs);
 
   /// False with `error` set when the message is a lie; nothing further can be taken then.
   bool Take(std::span<const uint8_t> message, std::string& error);
@@ -24,10 +24,7 @@ class TileReceiver {
   /// Every pixel of the present picture has arrived once.
   bool HasFullPicture() const { return canvas_.IsFull(); }
   bool FrameInTheMaking() const { return assembler_.InTheMaking(); }
-  /// When the first full picture was complete, on the clock; 0 before.
-  int64_t FirstFullPictureNs() const { return firstFullPictureNs_; }
-  /// When a tile was drawn last, on the clock; 0 before.
-  int64_t LastTileNs() const { return lastTileNs_; }
+  const PictureTimes& Times() const { return times_; }
   const TileCanvas& Canvas() const { return canvas_; }
   const ViewStatistics& Statistics() const { return statistics_; }
 
@@ -35,7 +32,8 @@ class TileReceiver {
   bool BeginFrame(const Delivery& delivery, std::string& error);
   bool DrawTiles(const Delivery& delivery, std::string& error);
   void CountTile(const agent::TileRecord& tile);
-  void NoteProgress(bool frameEnds);
+  void NoteProgress(const Delivery& delivery);
+  void NoteExactness(const Delivery& delivery);
 
   CanvasMemory& memory_;
   const agent::Clock& clock_;
@@ -43,8 +41,8 @@ class TileReceiver {
   TileCanvas canvas_;
   CanvasProgress progress_;
   ViewStatistics statistics_;
-  int64_t firstFullPictureNs_ = 0;
-  int64_t lastTileNs_ = 0;
+  PictureTimes times_;
+  bool pictureIsExact_ = false;
   bool frameIsKeyframe_ = false;
 };
 

@@ -4,6 +4,7 @@
 
 #include "testing/fake_clock.h"
 #include "view/stream_for_test.h"
+#include "view/view_platform.h"
 
 namespace cvn::view {
 namespace {
@@ -39,7 +40,8 @@ class TileReceiverTest : public testing::Test {
 
   agent::FakeClock clock_;
   WatchedMemory memory_;
-  TileReceiver receiver_{memory_, clock_, 77};
+  const std::unique_ptr<TileImageCodec> codec_ = CreateHostImageCodec();
+  TileReceiver receiver_{memory_, *codec_, clock_, 77};
   StreamWriter writer_{{100, 70}};
 };
 
@@ -57,7 +59,7 @@ TEST_F(TileReceiverTest, DrawsTilesWhereTheyBelongAndKnowsWhenThePictureIsFull) 
   clock_.AdvanceMs(1);
   Send(writer_.Frame(std::vector{FlatTile(3, 2, {1, 1}, 0xffabcdef)}, false));
   EXPECT_TRUE(receiver_.HasFullPicture());
-  EXPECT_EQ(receiver_.FirstFullPictureNs(), fullNs);
+  EXPECT_EQ(receiver_.Times().firstFullNs, fullNs);
   EXPECT_EQ(memory_.last.fullPictureNs, static_cast<uint64_t>(fullNs));
   EXPECT_EQ(memory_.last.updates, 3u);
   EXPECT_EQ(memory_.last.tilesDrawn, 4u);
@@ -75,7 +77,7 @@ TEST_F(TileReceiverTest, AnotherSizeIsANewPictureAndAnotherKeyframeIsNot) {
   Send(writer_.Frame(std::vector{FlatTile(0, 0, {50, 70}, 2)}, true));
   EXPECT_EQ(memory_.renewals, 1);
   EXPECT_TRUE(receiver_.HasFullPicture());
-  const int64_t firstFullNs = receiver_.FirstFullPictureNs();
+  const int64_t firstFullNs = receiver_.Times().firstFullNs;
 
   clock_.AdvanceMs(5);
   writer_.SetSize({30, 20});
@@ -90,7 +92,7 @@ TEST_F(TileReceiverTest, AnotherSizeIsANewPictureAndAnotherKeyframeIsNot) {
   Send(writer_.Frame(std::vector{FlatTile(0, 19, {30, 1}, 4)}, false));
   EXPECT_TRUE(receiver_.HasFullPicture());
   EXPECT_EQ(memory_.last.fullPictureNs, static_cast<uint64_t>(clock_.NowNs()));
-  EXPECT_EQ(receiver_.FirstFullPictureNs(), firstFullNs);
+  EXPECT_EQ(receiver_.Times().firstFullNs, firstFullNs);
 }
 
 TEST_F(TileReceiverTest, ABatchIsDrawnBeforeItsFrameIsCompleteAndCountsAsNoUpdate) {
@@ -105,18 +107,35 @@ TEST_F(TileReceiverTest, ABatchIsDrawnBeforeItsFrameIsCompleteAndCountsAsNoUpdat
   EXPECT_EQ(receiver_.Statistics().frames, 1);
 }
 
-TEST_F(TileReceiverTest, SaysWhyAPictureThatFindsNoRoomCannotBeShown) {
-  class NoRoom final : public CanvasMemory {
-    std::span<uint8_t> Renew(PictureSize, const CanvasProgress&, std::string& error) override {
-      error = "no room";
-      return {};
-    }
-    void Publish(const CanvasProgress&) override {}
-  } noRoom;
-  TileReceiver receiver(noRoom, clock_, 0);
-  std::string error;
-  EXPECT_FALSE(receiver.Take(writer_.Frame(std::vector{FlatTile(0, 0, {1, 1}, 1)}, true)[0], error));
-  EXPECT_EQ(error, "no room");
+TEST_F(TileReceiverTest, IsExactWhenNothingIsLeftThatALossyTileDrew) {
+  const std::vector lossy{JpegTile(*codec_, 0, 0, {100, 35}), FlatTile(0, 35, {100, 35}, 1)};
+  Send(writer_.Frame(lossy, true));
+  EXPECT_TRUE(receiver_.HasFullPicture());
+  EXPECT_EQ(receiver_.Canvas().InexactPixels(), 3500);
+  EXPECT_EQ(receiver_.Times().lastLossyTileNs, clock_.NowNs());
+
+  // The rest in two pieces that overlap; between them a lossy tile over what was exact.
+  Send(writer_.Frame(std::vector{FlatTile(0, 0, {60, 35}, 2)}, false));
+  Send(writer_.Frame(std::vector{JpegTile(*codec_, 0, 30, {10, 10})}, false));
+  EXPECT_EQ(receiver_.Canvas().InexactPixels(), 40 * 35 + 100);
+  EXPECT_EQ(receiver_.Times().firstExactNs, 0);
+  clock_.AdvanceMs(7);
+  Send(writer_.Frame(std::vector{FlatTile(0, 0, {100, 40}, 3)}, false));
+  EXPECT_TRUE(receiver_.Canvas().IsExact());
+  const int64_t firstExactNs = receiver_.Times().firstExactNs;
+  EXPECT_EQ(firstExactNs, clock_.NowNs());
+
+  clock_.AdvanceMs(7);
+  Send(writer_.Frame(std::vector{FlatTile(0, 0, {1, 1}, 4)}, false));
+  EXPECT_EQ(receiver_.Times().lastExactNs, firstExactNs) << "it has been exact all the time";
+  Send(writer_.Frame(std::vector{JpegTile(*codec_, 0, 0, {1, 1}), FlatTile(0, 0, {1, 1}, 4)}, false));
+  EXPECT_EQ(receiver_.Times().lastExactNs, firstExactNs);
+  Send(writer_.Frame(std::vector{JpegTile(*codec_, 0, 0, {1, 1})}, false));
+  clock_.AdvanceMs(7);
+  Send(writer_.Frame(std::vector{FlatTile(0, 0, {1, 1}, 4)}, false));
+  EXPECT_EQ(receiver_.Times().lastExactNs, clock_.NowNs());
+  EXPECT_EQ(receiver_.Times().firstExactNs, firstExactNs);
+  EXPECT_EQ(receiver_.Statistics().Of(agent::TileCoding::kJpeg).tiles, 4);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <string_view>
 
 #include "view/text.h"
 
@@ -10,6 +11,7 @@ namespace cvn::view {
 namespace {
 
 constexpr double kMaxSeconds = 1e6;
+constexpr const char* kPresets[] = {"High", "Balanced", "DataSaver"};
 
 /// Reads an option's value into the record; false when the value is of the wrong kind.
 using SetValue = bool (*)(ViewArguments& arguments, const std::string& value);
@@ -30,6 +32,15 @@ bool ReadNumber(const std::string& text, Number least, Number most, Number& numb
   const char* const end = text.data() + text.size();
   const auto [stop, fault] = std::from_chars(text.data(), end, number);
   return fault == std::errc{} && stop == end && number >= least && number <= most;
+}
+
+/// For the letters of ASCII, whatever the locale.
+bool EqualIgnoringCase(std::string_view left, std::string_view right) {
+  const auto lower = [](char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+  };
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [&lower](char a, char b) { return lower(a) == lower(b); });
 }
 
 bool ReadSeconds(const std::string& text, int64_t& nanoseconds) {
@@ -71,6 +82,15 @@ bool SetCanvas(ViewArguments& arguments, const std::string& value) {
   return !value.empty();
 }
 
+bool SetPreset(ViewArguments& arguments, const std::string& value) {
+  // The agent would take a name that it does not know for "High" without a word.
+  const auto known = std::find_if(std::begin(kPresets), std::end(kPresets),
+                                  [&value](const char* preset) { return EqualIgnoringCase(value, preset); });
+  if (known == std::end(kPresets)) return false;
+  arguments.preset = *known;
+  return true;
+}
+
 constexpr ValueOption kValueOptions[] = {
     {"--port", "a number from 1 to 65535", SetPort},
     {"--seconds", "a number of seconds above 0", SetDuration},
@@ -78,13 +98,16 @@ constexpr ValueOption kValueOptions[] = {
     {"--monitor", "a monitor number, or -1 for all displays", SetMonitor},
     {"--snapshot", "a file name", SetSnapshot},
     {"--canvas", "a file name", SetCanvas},
+    {"--preset", "High, Balanced or DataSaver", SetPreset},
 };
 
 constexpr FlagOption kFlagOptions[] = {
     {"--insecure-plaintext", &ViewArguments::insecurePlaintext},
     {"--until-idle", &ViewArguments::untilIdle},
+    {"--until-exact", &ViewArguments::untilExact},
     {"--show-cursor", &ViewArguments::showCursor},
     {"--repaint", &ViewArguments::repaint},
+    {"--gray", &ViewArguments::gray},
     {"--help", &ViewArguments::help},
     {"--version", &ViewArguments::version},
 };
@@ -142,24 +165,31 @@ bool ParseViewArguments(std::span<const std::string> words, ViewArguments& argum
 const char* ViewUsage() {
   return R"(Corvinet viewer: shows the screen of a machine on which cvn-agent serves.
 
-  cvn-view HOST [--port N] --insecure-plaintext [--seconds S | --until-idle]
+  cvn-view HOST [--port N] --insecure-plaintext
+           [--seconds S] [--until-idle | --until-exact]
            [--snapshot FILE.png] [--canvas FILE] [--monitor N] [--show-cursor]
-           [--repaint] [--wait S]
+           [--preset NAME] [--gray] [--repaint] [--wait S]
 
   --port N              the agent's port (default 7443)
   --insecure-plaintext  no TLS and no token; loopback testing only, and for now the only way
   --seconds S           end S seconds after connecting
   --until-idle          end when the picture is full and has not changed for half a second
-                        (both: whichever comes first; neither: until the agent or Ctrl+C ends it)
+  --until-exact         as --until-idle, but not before every pixel is exact
+                        (with --seconds whichever comes first; with none of them the session
+                        lasts until the agent or Ctrl+C ends it)
   --snapshot FILE.png   write the picture there at the end
   --canvas FILE         show the picture live in a file that other programs map into memory
   --monitor N           ask for monitor N, counted from 0; -1 for all displays
   --show-cursor         ask for the mouse cursor in the picture
+  --preset NAME         ask for High, Balanced or DataSaver: sharpness against bytes
+                        (the agent's own choice is High)
+  --gray                ask for a picture without colours, which takes fewer bytes
   --repaint             ask for the whole picture once more when it is full
   --wait S              keep trying to connect for S seconds
 
 One of --snapshot and --canvas must be given. The exit code is 0 only when a full picture has
-arrived, 1 when something failed, 2 when the command line makes no sense.
+arrived (with --until-exact: an exact one), 1 when something failed, 2 when the command line
+makes no sense.
 )";
 }
 

@@ -15,6 +15,7 @@ struct ViewArguments {
   /// Ends the session that long after connecting; absent means no such limit.
   std::optional<int64_t> durationNs;
   bool untilIdle = false;
+  bool untilExact = false;
   /// UTF-8; empty when not asked for.
   std::string snapshotPath;
   std::string canvasPath;
@@ -22,6 +23,9 @@ struct ViewArguments {
   std::optional<int32_t> monitor;
   bool showCursor = false;
   bool repaint = false;
+  /// Absent leaves the agent's choice.
+  std::optional<std::string> preset;
+  bool gray = false;
   /// Keeps trying to connect for that long.
   int64_t waitNs = 0;
   /// Asked for instead of a session; the rest may be missing then.

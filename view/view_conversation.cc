@@ -9,9 +9,15 @@ namespace cvn::view {
 
 ViewConversation::ViewConversation(TileReceiver& receiver, const agent::Clock& clock,
                                    const ViewWishes& wishes, SendControl send)
-    : receiver_(receiver), clock_(clock), wishes_(wishes), send_(std::move(send)) {}
+    : receiver_(receiver),
+      clock_(clock),
+      wishes_(wishes),
+      send_(send),
+      reporter_(clock, wishes.quality, std::move(send)) {}
 
 void ViewConversation::Begin() {
+  lastAskedNs_ = clock_.NowNs();
+  reporter_.Begin();
   if (!wishes_.showCursor) return;
   agent::ControlMessage message;
   message.type = agent::kCursorVisibility;
@@ -23,6 +29,7 @@ bool ViewConversation::Take(agent::Channel channel, std::span<const uint8_t> mes
   if (channel == agent::Channel::Control) return TakeControl(message, error);
   if (channel != agent::Channel::Tiles) return true;
   if (!receiver_.Take(message, error)) return false;
+  reporter_.NoteTiles(message.size(), receiver_.Canvas().Size());
   AskForRepaintWhenFull();
   return true;
 }
@@ -34,15 +41,19 @@ bool ViewConversation::TakeControl(std::span<const uint8_t> payload, std::string
 }
 
 bool ViewConversation::TakeMonitorList(const agent::ControlMessage& list, std::string& error) {
-  if (!wishes_.monitor || monitorShown_) return true;
-  if (list.index == *wishes_.monitor) {
-    monitorShown_ = true;
-    lastAskedNs_ = clock_.NowNs();
-    return true;
-  }
-  if (*wishes_.monitor >= list.count)
+  if (wishes_.monitor && !monitorShown_ && list.index != *wishes_.monitor)
+    return AskForMonitor(list.count, error);
+  if (!monitorShown_) lastAskedNs_ = clock_.NowNs();
+  monitorShown_ = true;
+  // Only now: the reporter probes with the monitor that is shown, and must not call back another one.
+  reporter_.NoteMonitor(list.index);
+  return true;
+}
+
+bool ViewConversation::AskForMonitor(int32_t count, std::string& error) {
+  if (*wishes_.monitor >= count)
     return Refuse(error, FormatText("there is no monitor %d: the agent's are numbered from 0 to %d",
-                                    *wishes_.monitor, list.count - 1));
+                                    *wishes_.monitor, count - 1));
   if (monitorAskedFor_) return true;
   monitorAskedFor_ = true;
   agent::ControlMessage message;
@@ -71,10 +82,10 @@ ViewConversation::Missing ViewConversation::NextMissing() const {
   if (receiver_.Canvas().Size().Pixels() == 0) return Missing::kPicture;
   if (!receiver_.HasFullPicture()) return Missing::kPixels;
   if (wishes_.monitor && !monitorShown_) return Missing::kMonitor;
-  if (!wishes_.repaint) return Missing::kNothing;
   const bool repainted =
       keyframesBeforeRepaint_ && receiver_.Statistics().keyframes > *keyframesBeforeRepaint_;
-  return repainted ? Missing::kNothing : Missing::kRepaint;
+  if (wishes_.repaint && !repainted) return Missing::kRepaint;
+  return wishes_.exact && !receiver_.Canvas().IsExact() ? Missing::kExactness : Missing::kNothing;
 }
 
 std::string ViewConversation::WhatIsMissing() const {
@@ -91,12 +102,16 @@ std::string ViewConversation::WhatIsMissing() const {
       return FormatText("the agent had not switched to monitor %d", wishes_.monitor.value_or(0));
     case Missing::kRepaint:
       return "the agent had not painted the picture again";
+    case Missing::kExactness:
+      return FormatText("%lld of the picture's %lld pixels had not become exact",
+                        static_cast<long long>(receiver_.Canvas().InexactPixels()),
+                        static_cast<long long>(receiver_.Canvas().Size().Pixels()));
   }
   return "";
 }
 
 int64_t ViewConversation::LastChangeNs() const {
-  return std::max(lastAskedNs_, receiver_.LastTileNs());
+  return std::max(lastAskedNs_, receiver_.Times().lastTileNs);
 }
 
 }  // namespace cvn::view

@@ -40,8 +40,10 @@ ViewOutcome ViewSession::Run(agent::TransportConnection& connection, const ViewL
   });
 
   ViewEnd end = ViewEnd::kGoesOn;
-  while ((end = DecideEnd(limits, Situation(connection, stop), clock_.NowNs())) == ViewEnd::kGoesOn)
+  while ((end = DecideEnd(limits, Situation(connection, stop), clock_.NowNs())) == ViewEnd::kGoesOn) {
+    conversation.Tick();
     stop.WaitFor(kLookInterval);
+  }
   connection.Close();
   return Outcome(end, conversation);
 }

@@ -17,8 +17,9 @@ struct ViewSummary {
   ViewEnd end = ViewEnd::kGoesOn;
   int64_t connectNs = 0;
   int64_t endNs = 0;
-  /// 0 when there was none.
-  int64_t firstFullPictureNs = 0;
+  PictureTimes times;
+  /// Of the picture at the end, those that are missing included.
+  int64_t inexactPixels = 0;
 };
 
 /// A few lines for a person, each with its line end.

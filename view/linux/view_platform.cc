@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "net/linux/posix_socket.h"
+#include "tiles/linux/turbo_image_codec.h"
 
 #include <pthread.h>
 
@@ -23,6 +24,10 @@ sigset_t SignalSet(std::initializer_list<int> numbers) {
 
 std::unique_ptr<agent::SocketSystem> CreateHostSockets() {
   return agent::CreatePosixSocketSystem();
+}
+
+std::unique_ptr<TileImageCodec> CreateHostImageCodec() {
+  return agent::CreateTurboImageCodec();
 }
 
 /// Threads inherit the mask with which they are made, so the signals wait for the watching thread.
