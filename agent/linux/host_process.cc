@@ -19,7 +19,8 @@ void OccupyStandardStreams() {
 }
 
 /// Turns the signals that ask a process to end into `stop`. They are blocked in every thread and taken by one
-/// that waits for them, since a signal handler could not lock what `stop` locks.
+/// that waits for them, since a signal handler could not lock what `stop` locks. The first one asks; another
+/// one ends a process that cannot answer, because the X server or the terminal it logs to stands still.
 class EndingSignals {
  public:
   explicit EndingSignals(StopSignal& stop) : stop_(stop) {
@@ -27,12 +28,14 @@ class EndingSignals {
     Include(SIGINT);
     Include(SIGTERM);
     if (!IsIgnored(SIGHUP)) Include(SIGHUP);  // nohup wants the process to outlive its terminal
-    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+    sigset_t watched = signals_;
+    sigaddset(&watched, kWakeSignal);
+    pthread_sigmask(SIG_BLOCK, &watched, nullptr);
     waiter_ = std::thread([this] { Wait(); });
   }
   ~EndingSignals() {
     ending_ = true;
-    pthread_kill(waiter_.native_handle(), SIGTERM);
+    pthread_kill(waiter_.native_handle(), kWakeSignal);
     waiter_.join();
   }
   EndingSignals(const EndingSignals&) = delete;
@@ -51,10 +54,26 @@ class EndingSignals {
   }
 
   void Wait() {
-    int signal = 0;
-    while (!ending_ && sigwait(&signals_, &signal) == 0)
-      if (!ending_) stop_.Set();
+    sigset_t first = signals_;
+    sigaddset(&first, kWakeSignal);
+    WaitFor(first);
+    if (ending_) return;
+    stop_.Set();
+    pthread_sigmask(SIG_UNBLOCK, &signals_, nullptr);
+    sigset_t wake;
+    sigemptyset(&wake);
+    sigaddset(&wake, kWakeSignal);
+    WaitFor(wake);
   }
+
+  /// Returns with `ending_` set, or with a signal that is not the wake signal.
+  void WaitFor(const sigset_t& signals) const {
+    int signal = kWakeSignal;
+    while (!ending_ && signal == kWakeSignal) sigwait(&signals, &signal);
+  }
+
+  /// Ends the waiting thread; nobody else uses it.
+  static constexpr int kWakeSignal = SIGUSR1;
 
   StopSignal& stop_;
   sigset_t signals_{};
