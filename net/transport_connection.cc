@@ -109,7 +109,7 @@ void TransportConnection::State::WriteQueued() {
 
 bool TransportConnection::State::WriteFrame(const SendQueues::Message& message, std::vector<uint8_t>& frame) {
   const auto header = BuildChannelFrameHeader({message.channel, static_cast<uint32_t>(message.bytes.size())});
-  if (frame.capacity() > kKeptFrameBytes) frame = {};
+  if (frame.capacity() > kKeptFrameBytes) frame = std::vector<uint8_t>();  // `= {}` would keep the memory
   frame.assign(header.begin(), header.end());
   frame.insert(frame.end(), message.bytes.begin(), message.bytes.end());
   return channel->Send(frame);
