@@ -10,6 +10,7 @@ struct TileRect {
   int y = 0;
   int width = 0;
   int height = 0;
+  bool operator==(const TileRect&) const = default;
 };
 
 /// How a frame is cut into tiles: square ones, or full-width strips. Immutable; tile indices are row-major
