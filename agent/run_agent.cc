@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "agent/arguments.h"
+#include "agent/selftest.h"
 #include "agent/serve.h"
 #include "base/log.h"
 #include "base/utf.h"
@@ -29,7 +30,7 @@ struct Command {
 constexpr Command kCommands[] = {
     {"serve", RunServe},
     {"device-id", SayUnavailable},
-    {"selftest", SayUnavailable},
+    {"selftest", RunSelftest},
     {"tls-selftest", SayUnavailable},
 };
 

@@ -146,11 +146,24 @@ TEST_F(RunAgentTest, UsageErrorsShowTheUsageTextAndExitWithTwo) {
 }
 
 TEST_F(RunAgentTest, CommandsThatAreNotBuiltSaySo) {
-  for (const std::string command : {"device-id", "selftest", "tls-selftest"}) {
+  for (const std::string command : {"device-id", "tls-selftest"}) {
     errors_.str("");
     EXPECT_EQ(Run({command, "--view-only"}), 1);
     EXPECT_EQ(errors_.str(), "this build of cvn-agent has no " + command + " command yet\n");
   }
+}
+
+TEST_F(RunAgentTest, TheSelfTestReportsOnStandardOutput) {
+  stop_.Set();  // it waits for the screen
+  EXPECT_EQ(Run({"selftest", "--view-only", "--strips", "2"}), 0);
+  EXPECT_TRUE(out_.str().starts_with("capture     : scripted\n")) << out_.str();
+  EXPECT_NE(out_.str().find("grid        : 1 x 2 tiles of 256x64\n"), std::string::npos) << out_.str();
+  EXPECT_TRUE(out_.str().ends_with("\nSELFTEST OK\n")) << out_.str();
+  out_.str("");
+  platform_.displayFailure = "no screen";
+  EXPECT_EQ(Run({"selftest"}), 1);
+  EXPECT_EQ(out_.str(), "capture     : cannot start: no screen\nSELFTEST FAILED\n");
+  EXPECT_EQ(errors_.str(), "");
 }
 
 TEST_F(RunAgentTest, WithoutTheFlagNothingIsServedInPlaintext) {
