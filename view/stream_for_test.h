@@ -3,12 +3,13 @@
 #include <zlib.h>
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <vector>
 
-#include "tiles/tile_image_codec.h"
 #include "tiles/tile_message.h"
 #include "view/picture_size.h"
+#include "view/view_platform.h"
 
 // What tests send to the viewer: tiles coded by zlib, and frames as an agent sends them.
 
@@ -42,12 +43,8 @@ inline Bytes PaletteContent(int count, std::span<const uint32_t> colors, const B
 }
 
 inline agent::EncodedTile TileAt(uint32_t x, uint32_t y, PictureSize size) {
-  agent::EncodedTile tile;
-  tile.x = x;
-  tile.y = y;
-  tile.width = static_cast<uint32_t>(size.width);
-  tile.height = static_cast<uint32_t>(size.height);
-  return tile;
+  const auto width = static_cast<uint32_t>(size.width);
+  return {.x = x, .y = y, .width = width, .height = static_cast<uint32_t>(size.height), .payload = {}};
 }
 
 /// One colour, as a palette tile.
@@ -68,12 +65,17 @@ inline agent::EncodedTile GradientTile(uint32_t x, uint32_t y, PictureSize size,
   return tile;
 }
 
+inline TileImageCodec& TestCodec() {
+  static const std::unique_ptr<TileImageCodec> codec = CreateHostImageCodec();
+  return *codec;
+}
+
 /// Some colour, nearly.
-inline agent::EncodedTile JpegTile(TileImageCodec& codec, uint32_t x, uint32_t y, PictureSize size) {
+inline agent::EncodedTile JpegTile(uint32_t x, uint32_t y, PictureSize size) {
   agent::EncodedTile tile = TileAt(x, y, size);
   tile.coding = agent::TileCoding::kJpeg;
-  tile.payload =
-      codec.EncodeJpeg(Bytes(static_cast<size_t>(size.Pixels()) * 4, 0x80), size.width, size.height, 80);
+  const Bytes pixels(static_cast<size_t>(size.Pixels()) * 4, 0x80);
+  tile.payload = TestCodec().EncodeJpeg(pixels, size.width, size.height, 80);
   return tile;
 }
 

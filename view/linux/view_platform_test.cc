@@ -28,12 +28,6 @@ TEST(InterruptWatch, TurnsEachInterruptingSignalIntoAStopAndGivesTheSignalsBack)
   }
 }
 
-TEST(InterruptWatch, EndsThoughNobodyInterrupts) {
-  agent::StopSignal stop;
-  EXPECT_LT(agent::SecondsFor([&stop] { const InterruptWatch watch(stop); }), 1);
-  EXPECT_FALSE(stop.IsSet());
-}
-
 TEST(InterruptWatchDeathTest, TheSecondSignalEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
