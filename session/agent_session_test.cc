@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "testing/captured_log.h"
 #include "testing/eventually.h"
+#include "testing/fake_image_codec.h"
 #include "testing/fake_tile_transport.h"
 #include "testing/scripted_capturer.h"
 #include "testing/tile_stream_text.h"
@@ -27,8 +30,11 @@ class AgentSessionTest : public testing::Test {
             .control = control_};
   }
   std::unique_ptr<TileImageCodec> MakeCodec() {
-    codecThread_ = std::this_thread::get_id();
-    return nullptr;
+    codecThreads_.insert(std::this_thread::get_id());
+    auto codec = std::make_unique<FakeImageCodec>();
+    std::shared_ptr<void> end(nullptr, [this](void*) { codecThreads_.insert(std::this_thread::get_id()); });
+    codec->onEncode = [this, end] { codecThreads_.insert(std::this_thread::get_id()); };
+    return codec;
   }
   static void Handle(AgentSession& session, const std::string& json) {
     session.HandleControlMessage({reinterpret_cast<const uint8_t*>(json.data()), json.size()});
@@ -41,7 +47,8 @@ class AgentSessionTest : public testing::Test {
     });
   }
 
-  std::thread::id codecThread_;
+  /// Where the codec was made, used and destroyed.
+  std::set<std::thread::id> codecThreads_;
   SystemClock clock_;
   ScriptedScreen screen_{{{0, 0, 128, 64}, {128, 0, 192, 64}}};
   std::shared_ptr<FakeTileTransport> tiles_ = std::make_shared<FakeTileTransport>("corvinet.tiles.v2");
@@ -73,6 +80,20 @@ TEST_F(AgentSessionTest, AnswersEverybodyFromItsOwnThread) {
   session.Stop();
   EXPECT_EQ(log_.Lines().back(), "INF [session] capture loop ended");
   screen_.Fill({128, 0, 192, 64}, 9);  // A watcher may be late.
+}
+
+TEST_F(AgentSessionTest, KeepsTheCodecOnItsThreadAndMakesThePictureExact) {
+  screen_.PaintEach({0, 0, 128, 64}, [state = 1u](int32_t, int32_t) mutable {
+    return (state = state * 1664525 + 1013904223) >> 8;
+  });
+  AgentSession session({.viewOnly = false, .monitor = 0}, Parts());
+  session.Start();
+  EXPECT_TRUE(Eventually([&] { return log_.Mentions(" lossless-refine"); })) << "though it is noise";
+  EXPECT_TRUE(log_.Mentions("tiles=2/2 lossless=0 bytes=200 "));
+  EXPECT_TRUE(log_.Mentions("tiles=2/2 lossless=2 "));
+  session.Stop();
+  EXPECT_EQ(codecThreads_.size(), 1u);
+  EXPECT_FALSE(codecThreads_.contains(std::this_thread::get_id()));
 }
 
 TEST_F(AgentSessionTest, EndsItsLoopWithTheConnectionAndStopsPromptly) {

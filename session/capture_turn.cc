@@ -64,8 +64,8 @@ void CaptureTurn::End() {
 std::chrono::nanoseconds CaptureTurn::TimeToWait(int64_t pumpedBytes, int64_t improvedBytes) {
   int64_t waitNs = pacer_.DueNs(PendingReasons()) - clock_.NowNs();
   if (waitNs <= 0) return std::chrono::nanoseconds::zero();
-  if (improvedBytes > 0 && !sender_.HasPending()) return std::chrono::nanoseconds::zero();
   pumpWaitNs_ = pumpedBytes + improvedBytes > 0 ? kLeastWaitNs : std::min(pumpWaitNs_ * 2, kMostPumpWaitNs);
+  if (improvedBytes > 0 && !sender_.HasPending()) return std::chrono::nanoseconds::zero();
   if (sender_.HasPending() || sender_.ImprovementDue()) waitNs = std::min(waitNs, pumpWaitNs_);
   return std::chrono::nanoseconds(std::max(waitNs, kLeastWaitNs));
 }

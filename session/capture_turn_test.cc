@@ -50,6 +50,16 @@ class CaptureTurnTest : public testing::Test {
     ASSERT_TRUE(Turn().Begin());
     Play(ms);
   }
+  /// Of a screen that is looked at at the full rate.
+  int CapturesOfASecond() {
+    requests_.NoteSupporterActed();
+    screen_.Fill(kCell, ++colour_);
+    Play(100);
+    const int before = screen_.Captures();
+    requests_.NoteSupporterActed();
+    Play(1'000);
+    return screen_.Captures() - before;
+  }
   /// One call as after a wake.
   void RunOnce() { Turn().Run(); }
 
@@ -64,6 +74,7 @@ class CaptureTurnTest : public testing::Test {
   QualityControl quality_{clock_, transport_, sender_, false};
   SessionRequests requests_{0};
   CapturedLog log_;
+  uint32_t colour_ = 0;
   std::optional<CaptureTurn> turn_;
 };
 
@@ -199,6 +210,54 @@ TEST_F(CaptureTurnTest, SwitchesMonitorsOnRequest) {
   EXPECT_EQ(log_.Count("WRN [session] no capturer for monitor -1: scripted failure"), 1u);
 }
 
+TEST_F(CaptureTurnTest, FollowsTheViewersReports) {
+  PlayFromStart(2'000);
+  ForgetStart();
+  QualityReport report = {.receiveKbps = 9'000, .lossPermille = 0, .rttMs = 20};
+  for (int i = 0; i < 6; ++i) requests_.qualityReports.Add(report);
+  Play(130);
+  EXPECT_TRUE(log_.Mentions("target=32000 kbps/60 fps"));
+  EXPECT_NEAR(CapturesOfASecond(), 59, 1) << "17 ms on this clock";
+  EXPECT_EQ(Sent().size(), 2u) << "nothing but the change";
+
+  report.lossPermille = 999;
+  for (int i = 0; i < 11; ++i) requests_.qualityReports.Add(report);
+  Play(130);
+  EXPECT_EQ(CapturesOfASecond(), 8);
+  ForgetStart();
+
+  report.preset = QualityPreset::kDataSaver;
+  report.grayscale = true;
+  report.viewportWidth = 800;
+  report.viewportHeight = 600;
+  requests_.qualityReports.Add(report);
+  Play(130);
+  EXPECT_EQ(Sent()[0], "[2 128x64] keyframe 3: 2 tiles of 64 in 128x64");
+  report.viewportHeight = 601;
+  requests_.qualityReports.Add(report);
+  Play(3'000);
+  EXPECT_EQ(log_.Count(
+                "INF [session] streaming 128x64 from 128x64 (preset=DataSaver, grayscale, viewport=800x600)"),
+            1u);
+  EXPECT_EQ(log_.Count(
+                "INF [session] streaming 128x64 from 128x64 (preset=DataSaver, grayscale, viewport=800x601)"),
+            1u);
+  EXPECT_EQ(Sent(), Texts{}) << "a viewport changes no picture";
+}
+
+TEST_F(CaptureTurnTest, AsksLessOfAFullFrameFallback) {
+  backends_.duplication = [](int32_t, std::string& error) {
+    error = "scripted failure";
+    return nullptr;
+  };
+  PlayFromStart(100);
+  for (int i = 0; i < 6; ++i)
+    requests_.qualityReports.Add({.receiveKbps = 9'000, .lossPermille = 0, .rttMs = 20});
+  Play(130);
+  EXPECT_TRUE(log_.Mentions("target=12000 kbps/30 fps"));
+  EXPECT_FALSE(log_.Mentions("/60 fps"));
+}
+
 TEST_F(CaptureTurnTest, AnUnknownMonitorMeansAllDisplaysOnce) {
   requests_.monitor = 7;
   PlayFromStart(500);
@@ -330,6 +389,14 @@ TEST_F(OddCaptureTurnTest, SkipsFramesThatCannotBeSent) {
   odd_.width = 64;
   Play(50);
   EXPECT_EQ(Sent(), (Texts{"[2 64x64] keyframe 1: 1 tiles of 64 in 64x64", "[2 64x64] batch 1: 0"}));
+}
+
+TEST_F(OddCaptureTurnTest, TellsTheLadderThatTheMachineIsOverloaded) {
+  odd_.captureMs = 40;
+  PlayFromStart(2'100);
+  requests_.qualityReports.Add({});
+  Play(100);
+  EXPECT_TRUE(log_.Mentions("target=8000 kbps/30 fps (producer overloaded)"));
 }
 
 TEST_F(OddCaptureTurnTest, NeverWaitsAfterALateTurnAndSaysSo) {

@@ -117,6 +117,21 @@ TEST_F(ControlDispatchTest, AsksForARepaintOnlyOfAnOpenStream) {
   EXPECT_EQ(log_.Lines(), Texts{"INF [tiles] repaint requested by the supporter"});
 }
 
+TEST_F(ControlDispatchTest, PassesReportsOnInOrder) {
+  Handle(
+      R"({"t":4,"kbps":1500,"lossPermille":7,"rttMs":30,"preset":"datasaver","gray":true,"vw":800,"vh":600})");
+  Handle(4, true);
+  const auto reports = requests_.qualityReports.TakeAll();
+  ASSERT_EQ(reports.size(), 2u);
+  const QualityReport& first = reports[0];
+  EXPECT_EQ((std::vector<int32_t>{first.receiveKbps, first.lossPermille, first.rttMs, first.viewportWidth,
+                                  first.viewportHeight}),
+            (std::vector<int32_t>{1'500, 7, 30, 800, 600}));
+  EXPECT_EQ(first.preset, QualityPreset::kDataSaver);
+  EXPECT_TRUE(first.grayscale);
+  EXPECT_EQ(reports[1].receiveKbps, 0);
+}
+
 TEST_F(ControlDispatchTest, ShowsAndHidesTheCursor) {
   Handle("{\"t\":10,\"show\":true}");
   EXPECT_TRUE(requests_.showCursor);

@@ -91,6 +91,24 @@ class NotingCodec final : public TileImageCodec {
 class TileStreamSenderTest : public testing::Test {
  protected:
   Texts Sent() { return TileMessageTexts(transport_.TakeMessages()); }
+  /// Those of the last batch sent.
+  Texts LastPayloads() {
+    const auto messages = transport_.TakeMessages();
+    const auto envelope = ParseEnvelope(messages.back());
+    const auto batch = ParseTileBatch(envelope->message);
+    Texts payloads;
+    for (const TileRecord& record : batch->records)
+      payloads.emplace_back(record.payload.begin(), record.payload.end());
+    return payloads;
+  }
+  /// Of a tile of one colour.
+  static std::string TilePayload(uint32_t colour) {
+    const Picture picture(64, 64, colour);
+    TileEncoder encoder(64, 64, nullptr, {});
+    const CapturedFrame frame = picture.Frame();
+    const std::vector<uint8_t> payload = encoder.Encode({frame.pixels, frame.byteSize}).tiles[0].payload;
+    return {payload.begin(), payload.end()};
+  }
   TileStreamSender Sender(const TileStreamSettings& settings = {}) {
     return TileStreamSender(clock_, transport_, &codec_, settings);
   }
@@ -339,6 +357,79 @@ TEST_F(TileStreamSenderTest, AppliesQualityToThisEncoderAndTheNext) {
   other.Noise(0, 0);
   sender.SendFrame(other.Frame());
   EXPECT_EQ(codec_.lastQuality, 70);
+}
+
+TEST_F(TileStreamSenderTest, TakesTheColoursOutWhenAskedTo) {
+  TileStreamSender sender = Sender({.encoder = {.refineBudget = 1'024}});
+  Picture picture(2, 1);
+  sender.SendFrame(picture.Frame());
+  sender.SetGrayscale(true);
+  EXPECT_TRUE(sender.WantsFrame()) << "every pixel may look other";
+  picture.Fill(0, 0, 0x00ff0000);
+  sender.SendFrame(picture.FrameChangedAt(1, 0));
+  EXPECT_EQ(LastPayloads(), (Texts{TilePayload(0xff4c4c4c), TilePayload(0xff000000)}));
+  picture.Fill(1, 0, 0x0000ff00);
+  sender.SendFrame(picture.FrameChangedAt(1, 0));
+  EXPECT_EQ(LastPayloads(), Texts{TilePayload(0xff959595)});
+  Picture other(1, 1);
+  other.Fill(0, 0, 0x000000ff);
+  sender.SendFrame(other.Frame());
+  EXPECT_EQ(LastPayloads(), Texts{TilePayload(0xff1c1c1c)}) << "the next encoder too";
+  sender.SetGrayscale(false);
+  sender.SendFrame(other.UnchangedFrame());
+  EXPECT_EQ(LastPayloads(), Texts{TilePayload(0x000000ff)});
+}
+
+TEST_F(TileStreamSenderTest, CountsNoDropOfAFrameThatBringsNothing) {
+  TileStreamSender sender = ExactSender();
+  Picture picture(1, 1);
+  sender.SendFrame(picture.Frame());
+  transport_.SetQueuedBytes(100'000);
+  sender.SendFrame(picture.UnchangedFrame());
+  EXPECT_LT(sender.LastDropMs(), 0);
+}
+
+TEST_F(TileStreamSenderTest, LooksAgainForRoughParts) {
+  TileStreamSender sender = ExactSender();
+  Picture picture(1, 1);
+  sender.SendFrame(picture.Frame());
+  EXPECT_FALSE(sender.HasRoughParts());
+  sender.LookForRoughParts();
+  clock_.AdvanceMs(199);
+  EXPECT_FALSE(sender.ImprovementDue());
+  clock_.AdvanceMs(1);
+  EXPECT_TRUE(sender.ImprovementDue());
+  EXPECT_EQ(sender.ImprovePicture(picture.UnchangedFrame()), 0);
+  EXPECT_FALSE(sender.HasRoughParts());
+}
+
+TEST_F(TileStreamSenderTest, ImprovesOnlyWhereThereIsRoom) {
+  const struct {
+    const char* what;
+    bool capBacklog;
+    int64_t backlogBytes;
+    size_t tiles;
+  } rows[] = {
+      {"as much as may wait", false, 0, 3},
+      {"what fits beside the backlog", false, 20'000, 2},
+      {"one tile at least", false, 49'036, 1},
+      {"which must fit whole", false, 49'037, 0},
+      {"one tile on an empty shared line", true, 0, 1},
+      {"and nothing beside a backlog", true, 1, 0},
+  };
+  for (const auto& row : rows) {
+    TileStreamSender sender =
+        Sender({.encoder = {.refineTilesPerPass = 9, .refineBudget = 1'024}, .capBacklog = row.capBacklog});
+    Picture picture(10, 1);
+    for (int column = 0; column < 10; ++column) picture.Noise(column, 0);
+    transport_.SetQueuedBytes(0);
+    sender.SendFrame(picture.Frame());
+    clock_.AdvanceMs(200);
+    transport_.TakeMessages();
+    transport_.SetQueuedBytes(row.backlogBytes);
+    EXPECT_EQ(sender.ImprovePicture(picture.UnchangedFrame()) / 16'395, static_cast<int64_t>(row.tiles))
+        << row.what;
+  }
 }
 
 TEST_F(TileStreamSenderTest, RepeatsThePictureAfterAFrameThatCouldNotTravel) {
