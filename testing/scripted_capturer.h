@@ -12,6 +12,7 @@
 #include "base/mutex.h"
 #include "capture/capture_area.h"
 #include "capture/display_system.h"
+#include "capture/rect_plan.h"
 #include "capture/screen_capturer.h"
 
 namespace cvn::agent {
@@ -36,7 +37,7 @@ class ScriptedScreen final : public DisplaySystem {
     }
     monitors_ = std::move(monitors);
     canvas_.assign(static_cast<size_t>(desktop_.Width()) * static_cast<size_t>(desktop_.Height()), kBlack);
-    Paint(desktop_);
+    paints_.push_back(desktop_);
   }
 
   /// Fills `area` (virtual-desktop coordinates, clipped) with the colour 0xRRGGBB and tells who waits for it.
@@ -47,21 +48,13 @@ class ScriptedScreen final : public DisplaySystem {
   /// Fills `area` with `colourAt(x, y)`, called under the screen's lock.
   void PaintEach(const PixelRect& area, const std::function<uint32_t(int32_t x, int32_t y)>& colourAt)
       EXCLUDES(mutex_) {
-    {
-      MutexLock lock(mutex_);
-      const PixelRect inside = Clip(area);
-      for (int32_t y = inside.top; y < inside.bottom; ++y)
-        for (int32_t x = inside.left; x < inside.right; ++x) canvas_[At(x, y)] = kBlack | colourAt(x, y);
-      Paint(inside);
-    }
-    Touch();
-  }
-
-  /// Calls what the backends were given to learn of a touched screen.
-  void Touch() EXCLUDES(mutex_) {
     std::function<void()> touched;
     {
       MutexLock lock(mutex_);
+      const PixelRect inside = Intersection(area, desktop_);
+      for (int32_t y = inside.top; y < inside.bottom; ++y)
+        for (int32_t x = inside.left; x < inside.right; ++x) canvas_[At(x, y)] = kBlack | colourAt(x, y);
+      paints_.push_back(inside);
       touched = touched_;
     }
     if (touched) touched();
@@ -80,16 +73,12 @@ class ScriptedScreen final : public DisplaySystem {
   int Attaches() const { return attaches_; }
   /// What the last capture was asked to do about the cursor.
   bool CursorShown() const { return cursorShown_; }
-  /// The monitor number of the capturer made last.
-  int32_t LastMonitorIndex() const { return lastMonitorIndex_; }
 
   /// Backends of this screen; the screen outlives them and their capturers. Only `fallback` is set.
   CaptureBackends Backends(std::function<void()> screenTouched = {}) EXCLUDES(mutex_) {
     MutexLock lock(mutex_);
     touched_ = std::move(screenTouched);
-    return {.duplication = {}, .fallback = [this](int32_t monitorIndex, std::string& error) {
-              return MakeCapturer(monitorIndex, error);
-            }};
+    return {{}, std::bind_front(&ScriptedScreen::MakeCapturer, this)};
   }
 
   std::vector<PixelRect> Monitors() override EXCLUDES(mutex_) {
@@ -112,10 +101,6 @@ class ScriptedScreen final : public DisplaySystem {
 
   inline std::unique_ptr<ScreenCapturer> MakeCapturer(int32_t monitorIndex, std::string& error);
 
-  PixelRect Clip(const PixelRect& area) const REQUIRES(mutex_) {
-    return {std::max(area.left, desktop_.left), std::max(area.top, desktop_.top),
-            std::min(area.right, desktop_.right), std::min(area.bottom, desktop_.bottom)};
-  }
   size_t At(int32_t x, int32_t y) const REQUIRES(mutex_) {
     return static_cast<size_t>(y - desktop_.top) * static_cast<size_t>(desktop_.Width()) +
            static_cast<size_t>(x - desktop_.left);
@@ -123,9 +108,6 @@ class ScriptedScreen final : public DisplaySystem {
   uint32_t PixelAt(int32_t x, int32_t y) const REQUIRES(mutex_) {
     const bool inside = x >= desktop_.left && x < desktop_.right && y >= desktop_.top && y < desktop_.bottom;
     return inside ? canvas_[At(x, y)] : kBlack;
-  }
-  void Paint(const PixelRect& area) REQUIRES(mutex_) {
-    if (!area.Empty()) paints_.push_back(area);
   }
 
   mutable Mutex mutex_;
@@ -143,7 +125,6 @@ class ScriptedScreen final : public DisplaySystem {
   std::atomic<int> captures_{0};
   std::atomic<int> capturersMade_{0};
   std::atomic<int> attaches_{0};
-  std::atomic<int32_t> lastMonitorIndex_{kAllDisplays};
 };
 
 /// Delivers its area of a `ScriptedScreen`; what lies outside the canvas is black.
@@ -190,10 +171,9 @@ class ScriptedScreen::Capturer final : public ScreenCapturer {
     changed_.clear();
     for (; seenPaints_ < screen_.paints_.size(); ++seenPaints_) {
       const PixelRect& paint = screen_.paints_[seenPaints_];
-      const PixelRect inFrame = {std::max(paint.left - area_.originX, 0),
-                                 std::max(paint.top - area_.originY, 0),
-                                 std::min(paint.right - area_.originX, area_.width),
-                                 std::min(paint.bottom - area_.originY, area_.height)};
+      const PixelRect moved = {paint.left - area_.originX, paint.top - area_.originY,
+                               paint.right - area_.originX, paint.bottom - area_.originY};
+      const PixelRect inFrame = Intersection(moved, {0, 0, area_.width, area_.height});
       if (!inFrame.Empty()) changed_.push_back(inFrame);
     }
   }
@@ -215,9 +195,7 @@ inline std::unique_ptr<ScreenCapturer> ScriptedScreen::MakeCapturer(int32_t moni
     return nullptr;
   }
   ++capturersMade_;
-  const CaptureArea area = ChooseCaptureArea(monitorIndex, monitors, desktop_);
-  lastMonitorIndex_ = area.monitorIndex;
-  return std::make_unique<Capturer>(*this, area);
+  return std::make_unique<Capturer>(*this, ChooseCaptureArea(monitorIndex, monitors, desktop_));
 }
 
 }  // namespace cvn::agent

@@ -42,6 +42,11 @@ struct CapturedScreen {
     if (!capturer) throw std::runtime_error(error);
   }
 
+  PixelRect Area() const {
+    return {capturer->OriginX(), capturer->OriginY(), capturer->OriginX() + capturer->Width(),
+            capturer->OriginY() + capturer->Height()};
+  }
+
   bool Capture() {
     client.Sync();
     return capturer->Capture(frame);
@@ -56,8 +61,7 @@ struct CapturedScreen {
   /// Captures and compares the frame with the server's own pixels of that area.
   testing::AssertionResult ShowsTheServersPixels() {
     if (!Capture()) return testing::AssertionFailure() << "no frame";
-    const PixelRect area = {capturer->OriginX(), capturer->OriginY(), capturer->OriginX() + capturer->Width(),
-                            capturer->OriginY() + capturer->Height()};
+    const PixelRect area = Area();
     if (frame.width != static_cast<uint32_t>(area.Width()) ||
         frame.byteSize != frame.width * frame.height * 4)
       return testing::AssertionFailure() << "the frame is " << frame.width << "x" << frame.height;
