@@ -10,9 +10,9 @@
 
 namespace cvn::bench {
 
-/// Times several ways of doing the same to the same inputs. They take turns on every input, so that whatever
-/// else the machine does meets all of them; and each input counts with its least time, which that disturbs
-/// least.
+/// Times several ways of doing the same to the same inputs. They take turns, so that whatever else the
+/// machine does meets all of them, but each on another input than the one before, whose branches are still
+/// foreseen. Each input counts with its least time, which the rest of the machine disturbs least.
 class Rivals {
  public:
   struct Rival {
@@ -21,13 +21,17 @@ class Rivals {
     std::function<void(size_t input)> work;
   };
 
-  Rivals(std::vector<Rival> rivals, size_t inputs)
-      : rivals_(std::move(rivals)), leastNs_(rivals_.size(), std::vector<int64_t>(inputs, INT64_MAX)) {}
+  /// `prepare` is called, untimed, before each piece of work: to bring the input where it would come from.
+  Rivals(std::vector<Rival> rivals, size_t inputs, std::function<void(size_t input)> prepare)
+      : rivals_(std::move(rivals)),
+        prepare_(std::move(prepare)),
+        leastNs_(rivals_.size(), std::vector<int64_t>(inputs, INT64_MAX)) {}
 
   /// One turn of every rival on every input.
   void Run() {
-    for (size_t input = 0; input < leastNs_[0].size(); ++input)
-      for (size_t i = 0; i < rivals_.size(); ++i) Time((i + input) % rivals_.size(), input);
+    const size_t inputs = leastNs_[0].size();
+    for (size_t input = 0; input < inputs; ++input)
+      for (size_t i = 0; i < rivals_.size(); ++i) Time(i, (input + i * kApart) % inputs);
   }
 
   size_t Count() const { return rivals_.size(); }
@@ -40,7 +44,10 @@ class Rivals {
   }
 
  private:
+  static constexpr size_t kApart = 71;
+
   void Time(size_t rival, size_t input) {
+    prepare_(input);
     const auto begin = std::chrono::steady_clock::now();
     rivals_[rival].work(input);
     const auto spent = std::chrono::steady_clock::now() - begin;
@@ -49,6 +56,7 @@ class Rivals {
   }
 
   std::vector<Rival> rivals_;
+  std::function<void(size_t input)> prepare_;
   std::vector<std::vector<int64_t>> leastNs_;
 };
 

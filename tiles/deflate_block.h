@@ -5,6 +5,7 @@
 #include <span>
 
 #include "tiles/bit_writer.h"
+#include "tiles/deflate_header.h"
 #include "tiles/deflate_tokens.h"
 #include "tiles/huffman.h"
 
@@ -28,37 +29,23 @@ class DeflateBlockWriter {
  private:
   /// More than the largest header of a dynamic block and the stores behind the last bit.
   static constexpr size_t kMostHeaderBytes = 512;
-  static constexpr size_t kLengthSymbols = 19;
 
-  /// A code with its length and, in `totalBits`, the extra bits behind it as well.
-  struct Entry {
-    uint16_t code;
-    uint8_t codeBits;
-    uint8_t totalBits;
-  };
+  /// Bits that go out together and, from bit 24 up, how many they are.
+  using PackedBits = uint32_t;
+  /// A code, from bit 16 up its length, from bit 24 up its length with the extra bits behind it.
+  using PackedCode = uint32_t;
 
-  void BuildCodes(const TokenBlock& block);
-  size_t ListCodeLengths(const HuffmanCode& code, size_t leastSymbols);
-  void ListZeros(size_t count);
-  void ListRepeats(size_t codeLength, size_t count);
-  void List(size_t symbol, size_t extra);
-  uint64_t HeaderBits() const;
-  void WriteHeader(bool final, BitWriter& out) const;
+  uint64_t PackLiterals(const TokenBlock& block);
+  unsigned PackLengths(size_t symbol);
+  uint64_t PackDistances(const TokenBlock& block);
   void WriteTokens(const TokenBlock& block, BitWriter& out) const;
 
   HuffmanCode literals_;
   HuffmanCode distances_;
-  HuffmanCode lengths_;
-  std::array<Entry, kMaxHuffmanSymbols> literalEntries_{};
-  std::array<Entry, 32> distanceEntries_{};
-  /// Both codes' lengths as symbols of the code-length alphabet, each with its extra bits from bit 8 up.
-  std::array<uint16_t, kLiteralSymbols + kDistanceSymbols> listed_{};
-  size_t listedCount_ = 0;
-  std::array<uint16_t, kLengthSymbols> lengthCounts_{};
-  /// How many symbols of each code the header lists; the code-length alphabet in its order of transmission.
-  size_t listedLiterals_ = 0;
-  size_t listedDistances_ = 0;
-  size_t listedLengths_ = 0;
+  DeflateHeader header_;
+  /// By the lower nine bits of a token, the length's extra bits included.
+  std::array<PackedBits, kLiteralsAndLengths> literalBits_{};
+  std::array<PackedCode, 32> distanceCodes_{};
 };
 
 }  // namespace cvn::agent

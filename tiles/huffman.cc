@@ -1,7 +1,11 @@
 #include "tiles/huffman.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
+#include <cstring>
+
+#include "tiles/vector_bytes.h"
 
 namespace cvn::agent {
 namespace {
@@ -15,14 +19,17 @@ constexpr std::array<uint8_t, 256> MakeReversedBytes() {
 }
 constexpr std::array<uint8_t, 256> kReversedBytes = MakeReversedBytes();
 
-uint32_t ReversedBits(uint32_t code, int bits) {
+uint32_t ReversedBits(uint32_t code, uint32_t bits) {
   const uint32_t reversed =
       static_cast<uint32_t>(kReversedBytes[code & 0xFF]) << 8 | kReversedBytes[code >> 8];
   return reversed >> (16 - bits);
 }
 
 /// Up to here sorting in place beats counting.
-constexpr size_t kFewLeaves = 32;
+constexpr size_t kFewLeaves = 16;
+/// Leaves that occur less often have a bucket for each count; those that occur as often or more are few.
+constexpr uint32_t kCountBuckets = 64;
+constexpr size_t kStoreBytes = 64;
 
 void SortInPlace(std::span<uint32_t> leaves) {
   for (size_t i = 1; i < leaves.size(); ++i) {
@@ -33,44 +40,49 @@ void SortInPlace(std::span<uint32_t> leaves) {
   }
 }
 
-/// One stable counting pass by the byte of the leaves that starts at bit `shift`.
-void SortByByte(std::span<const uint32_t> leaves, std::span<uint32_t> sorted, int shift) {
-  std::array<uint16_t, 257> begin{};
-  for (const uint32_t leaf : leaves) ++begin[(leaf >> shift & 0xFF) + 1];
-  for (size_t byte = 1; byte < 256; ++byte)
-    begin[byte] = static_cast<uint16_t>(begin[byte] + begin[byte - 1]);
-  for (const uint32_t leaf : leaves) sorted[begin[leaf >> shift & 0xFF]++] = leaf;
+/// One counting pass by the lesser counts; the last bucket is left as it comes, its start returned.
+size_t SortByBucket(std::span<const uint32_t> leaves, std::span<uint32_t> sorted) {
+  const auto bucketOf = [](uint32_t leaf) { return std::min(leaf >> 16, kCountBuckets - 1); };
+  std::array<uint16_t, kCountBuckets + 1> begin{};
+  for (const uint32_t leaf : leaves) ++begin[bucketOf(leaf) + 1];
+  for (size_t i = 1; i < kCountBuckets; ++i) begin[i] = static_cast<uint16_t>(begin[i] + begin[i - 1]);
+  const size_t lastBucket = begin[kCountBuckets - 1];
+  for (const uint32_t leaf : leaves) sorted[begin[bucketOf(leaf)]++] = leaf;
+  return lastBucket;
 }
 
 }  // namespace
 
 void HuffmanCode::Build(std::span<const uint16_t> counts, size_t maxBits) {
-  assert(counts.size() <= kMaxHuffmanSymbols && maxBits <= kMaxCodeBits);
+  assert(counts.size() <= kMaxHuffmanSymbols && counts.size() % 32 == 0 && maxBits <= kMaxCodeBits);
   CollectUsed(counts);
   if (usedCount_ == 0) return;
   SortLeaves();
   CountDepths();
   LimitDepths(maxBits);
-  AssignBits();
   AssignCodes();
 }
 
 void HuffmanCode::CollectUsed(std::span<const uint16_t> counts) {
   size_t used = 0;
-  for (size_t symbol = 0; symbol < counts.size(); ++symbol) {
-    leaves_[used] = static_cast<Leaf>(counts[symbol]) << 16 | static_cast<Leaf>(symbol);
-    used += counts[symbol] != 0 ? 1 : 0;
+  for (size_t first = 0; first < counts.size(); first += 32) {
+    for (uint32_t mask = NativeLanes::NonZeroMask32(&counts[first]); mask != 0; mask &= mask - 1) {
+      const size_t symbol = first + static_cast<size_t>(std::countr_zero(mask));
+      leaves_[used] = static_cast<Leaf>(counts[symbol]) << 16 | static_cast<Leaf>(symbol);
+      used_[used++] = static_cast<uint16_t>(symbol);
+    }
   }
   usedCount_ = used;
-  for (size_t i = 0; i < used; ++i) used_[i] = static_cast<uint16_t>(leaves_[i]);
 }
 
 void HuffmanCode::SortLeaves() {
   const auto leaves = std::span(leaves_).first(usedCount_);
   if (leaves.size() <= kFewLeaves) return SortInPlace(leaves);
-  std::array<Leaf, kMaxHuffmanSymbols> byLowByte;
-  SortByByte(leaves, byLowByte, 16);
-  SortByByte(std::span(byLowByte).first(usedCount_), leaves, 24);
+  std::array<Leaf, kMaxHuffmanSymbols> unsorted;
+  std::copy(leaves.begin(), leaves.end(), unsorted.begin());
+  const auto frequent = leaves.subspan(SortByBucket(std::span(unsorted).first(usedCount_), leaves));
+  if (frequent.size() <= kFewLeaves) return SortInPlace(frequent);
+  std::sort(frequent.begin(), frequent.end());
 }
 
 /// Merges the two rarest nodes until one is left. Leaves come sorted and inner nodes are born sorted, so two
@@ -98,21 +110,21 @@ size_t HuffmanCode::MergeLeaves(std::span<uint16_t> parent) const {
 }
 
 /// Where each leaf hangs need not be known: an inner node has two children, and those that are no inner nodes
-/// are leaves.
+/// are leaves. Nor need nodes be asked for their depth: those of one depth were made one after the other.
 void HuffmanCode::CountDepths() {
-  std::array<uint16_t, kMaxHuffmanSymbols> depth;  // Of inner nodes; of their parents first.
-  const size_t innerNodes = MergeLeaves(depth);
-  if (innerNodes == 0) {
-    deepest_ = 1;
-    leavesAtDepth_[1] = 1;
-    return;
+  std::array<uint16_t, kMaxHuffmanSymbols> parent;
+  size_t begin = MergeLeaves(parent);
+  size_t nodes = begin > 0 ? 1 : 0;  // Inner nodes of this depth; they start at `begin`.
+  begin -= nodes;
+  size_t depth = 0;
+  for (leavesAtDepth_[1] = 1; nodes > 0; ++depth) {
+    size_t next = begin;
+    while (next > 0 && parent[next - 1] >= begin) --next;
+    leavesAtDepth_[depth + 1] = static_cast<uint16_t>(2 * nodes - (begin - next));
+    nodes = begin - next;
+    begin = next;
   }
-  depth[innerNodes - 1] = 0;
-  for (size_t node = innerNodes - 1; node-- > 0;) depth[node] = static_cast<uint16_t>(depth[depth[node]] + 1);
-  deepest_ = depth[0] + size_t{1};  // A node is never deeper than one made before it.
-  std::fill_n(leavesAtDepth_.begin(), deepest_ + 1, uint16_t{0});
-  for (size_t node = 0; node < innerNodes; ++node) leavesAtDepth_[depth[node] + size_t{1}] += 2;
-  for (size_t node = 0; node + 1 < innerNodes; ++node) --leavesAtDepth_[depth[node]];
+  deepest_ = std::max<size_t>(depth, 1);
 }
 
 /// Cuts the tree at `maxBits`: the leaves below move up to that depth, which makes the code longer than
@@ -135,20 +147,25 @@ void HuffmanCode::LimitDepths(size_t maxBits) {
   }
 }
 
-/// The rarest symbols get the longest codes.
-void HuffmanCode::AssignBits() {
-  size_t leaf = 0;
-  for (size_t depth = deepest_; depth > 0; --depth)
-    for (size_t left = leavesAtDepth_[depth]; left > 0; --left)
-      bits_[leaves_[leaf++] & 0xFFFF] = static_cast<uint8_t>(depth);
-}
-
+/// The rarest symbols get the longest codes; codes of one length count up with the symbols.
 void HuffmanCode::AssignCodes() {
+  // Each depth is stored over all leaves that are left, to be overwritten from where the next depth begins.
+  std::array<uint8_t, kMaxHuffmanSymbols + kStoreBytes> depthOfLeaf;
+  size_t leaf = 0;
+  for (size_t depth = deepest_; depth > 0; --depth) {
+    const size_t leaves = leavesAtDepth_[depth];
+    for (size_t i = 0; i < leaves; i += kStoreBytes)
+      std::memset(&depthOfLeaf[leaf + i], static_cast<int>(depth), kStoreBytes);
+    leaf += leaves;
+  }
+  for (size_t i = 0; i < usedCount_; ++i) codes_[leaves_[i] & 0xFFFF] = depthOfLeaf[i];
   std::array<uint32_t, kMaxCodeBits + 1> nextCode{};
   for (size_t depth = 1; depth <= deepest_; ++depth)
     nextCode[depth] = (nextCode[depth - 1] + (depth > 1 ? leavesAtDepth_[depth - 1] : 0U)) << 1;
-  for (const uint16_t symbol : Used())
-    codes_[symbol] = static_cast<uint16_t>(ReversedBits(nextCode[bits_[symbol]]++, bits_[symbol]));
+  for (const uint16_t symbol : Used()) {
+    const uint32_t bits = codes_[symbol];
+    codes_[symbol] = bits << 16 | ReversedBits(nextCode[bits]++, bits);
+  }
 }
 
 }  // namespace cvn::agent

@@ -17,15 +17,15 @@ inline constexpr size_t kMaxCodeBits = 15;
 /// A single symbol gets a code of one bit; otherwise the code is complete.
 class HuffmanCode {
  public:
-  /// `counts`: how often each symbol occurs, at most 288 symbols and 2^maxBits used ones; the sum fits 32
-  /// bits. Lengths are at most `maxBits`, which is at most 15.
+  /// `counts`: how often each symbol occurs, at most 288 symbols in a multiple of 32, and 2^maxBits used
+  /// ones; the sum fits 32 bits. Lengths are at most `maxBits`, which is at most 15.
   void Build(std::span<const uint16_t> counts, size_t maxBits);
 
   /// The symbols in use, ascending.
   std::span<const uint16_t> Used() const { return std::span(used_).first(usedCount_); }
-  unsigned Bits(size_t symbol) const { return bits_[symbol]; }
+  unsigned Bits(size_t symbol) const { return codes_[symbol] >> 16; }
   /// The code with its first bit lowest, as it goes into the stream.
-  uint32_t Code(size_t symbol) const { return codes_[symbol]; }
+  uint32_t Code(size_t symbol) const { return codes_[symbol] & 0xFFFF; }
 
  private:
   /// Count in the upper half, symbol in the lower: leaves sort as plain numbers.
@@ -36,13 +36,12 @@ class HuffmanCode {
   size_t MergeLeaves(std::span<uint16_t> parent) const;
   void CountDepths();
   void LimitDepths(size_t maxBits);
-  void AssignBits();
   void AssignCodes();
 
   size_t usedCount_ = 0;
   std::array<uint16_t, kMaxHuffmanSymbols> used_{};
-  std::array<uint8_t, kMaxHuffmanSymbols> bits_{};
-  std::array<uint16_t, kMaxHuffmanSymbols> codes_{};
+  /// Length in the upper half, code in the lower.
+  std::array<uint32_t, kMaxHuffmanSymbols> codes_{};
   /// The used symbols, rarest first, and room for one more.
   std::array<Leaf, kMaxHuffmanSymbols + 1> leaves_{};
   /// How many leaves lie at each depth of the tree, down to `deepest_`; 288 leaves make at most depth 287.

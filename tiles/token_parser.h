@@ -9,7 +9,7 @@
 namespace cvn::agent {
 
 /// Whatever is parsed must have this many readable bytes behind its end; their values do not matter.
-inline constexpr size_t kReadableBytesBehind = 16;
+inline constexpr size_t kReadableBytesBehind = 32;
 
 /// The greedy LZ77 parse: which literals and matches stand for the input.
 ///
@@ -30,9 +30,13 @@ class TokenParser {
 
  private:
   static constexpr unsigned kHashBits = 15;
+  static constexpr size_t kHashes = size_t{1} << kHashBits;
+  static constexpr uint32_t kMostCandidates = 16;
   struct Tables {
-    /// The latest position of each hash, counted from `origin_`: what lies before is of an earlier input.
-    std::array<uint32_t, size_t{1} << kHashBits> head;
+    /// Which hashes have a head of this input: these bits are soon cleared, the heads never are.
+    std::array<uint64_t, kHashes / 64> seen;
+    /// The latest position of each hash.
+    std::array<uint32_t, kHashes> head;
     /// How far before a position its predecessor in the chain lies, for the last 32768; 0 ends the chain.
     std::array<uint16_t, kWindowBytes> gap;
   };
@@ -41,11 +45,14 @@ class TokenParser {
     uint32_t distanceBytes;
   };
 
+  template <bool kNear>
+  void Collect(TokenBlock& block);
+  template <bool kNear>
   Match EnterAndSearch(uint32_t position);
-  Match Search(uint32_t position, uint32_t candidate) const;
+  template <bool kNear>
+  Match Search(uint32_t position, uint32_t candidate, uint32_t candidates) const;
 
   std::unique_ptr<Tables> tables_;
-  uint32_t origin_ = 1;
   const uint8_t* bytes_ = nullptr;
   uint32_t byteCount_ = 0;
   uint32_t position_ = 0;

@@ -11,22 +11,39 @@
 
 namespace cvn::agent {
 
-/// The few wide operations that the hot loops of exact coding are written with. Every set of lanes gives the
-/// same answers; loops take one as a template parameter, so that tests can compare them.
-///
-/// `CommonPrefix16`: how many of the first 16 bytes agree, 0..16. `SameBytes`: whether `count` bytes agree.
-/// `ChangeMask64`: bit i (1..63) is set when pixel i of 64 pixels differs from pixel i - 1; bit 0 is always
-/// set.
+/// The few wide operations that the hot loops of exact coding are written with. `NativeLanes` are the widest
+/// that every processor of this kind has; all give the same answers.
 struct PortableLanes {
-  static unsigned CommonPrefix16(const uint8_t* a, const uint8_t* b) {
-    const unsigned first = CommonPrefix8(a, b);
-    return first < 8 ? first : 8 + CommonPrefix8(a + 8, b + 8);
+  /// How many of the first 32 bytes agree, 0..32.
+  static unsigned CommonPrefix32(const uint8_t* a, const uint8_t* b) {
+    unsigned common = 0;
+    for (unsigned i = 0; i < 32 && common == i; i += 8) common += CommonPrefix8(a + i, b + i);
+    return common;
   }
 
+  /// Whether 64 bytes agree.
+  static bool Same64(const uint8_t* a, const uint8_t* b) { return std::memcmp(a, b, 64) == 0; }
+
+  /// Whether `count` bytes agree.
   static bool SameBytes(const uint8_t* a, const uint8_t* b, size_t count) {
     return std::memcmp(a, b, count) == 0;
   }
 
+  /// Bit i tells that number i of 32 is not 0.
+  static uint32_t NonZeroMask32(const uint16_t* numbers) {
+    uint32_t mask = 0;
+    for (unsigned i = 0; i < 32; ++i) mask |= (numbers[i] != 0 ? 1U : 0U) << i;
+    return mask;
+  }
+
+  /// Bit i tells that byte i of 64 differs from the one before it; a byte must stand before the first.
+  static uint64_t ByteChangeMask64(const uint8_t* bytes) {
+    uint64_t mask = 0;
+    for (unsigned i = 0; i < 64; ++i) mask |= static_cast<uint64_t>(bytes[i] != *(bytes + i - 1)) << i;
+    return mask;
+  }
+
+  /// Bit i tells that pixel i of 64 differs from the one before it; bit 0 is always set.
   static uint64_t ChangeMask64(const uint8_t* pixels) {
     uint64_t mask = 1;
     for (unsigned i = 1; i < 64; ++i)
@@ -55,18 +72,34 @@ struct PortableLanes {
 #if defined(__SSE2__)
 
 struct Sse2Lanes {
-  static unsigned CommonPrefix16(const uint8_t* a, const uint8_t* b) {
-    const __m128i equal = _mm_cmpeq_epi8(Load(a), Load(b));
-    return static_cast<unsigned>(
-        std::countr_zero(static_cast<unsigned>(_mm_movemask_epi8(equal)) ^ 0x1FFFFU));
+  static unsigned CommonPrefix32(const uint8_t* a, const uint8_t* b) {
+    const uint64_t equal = EqualMask16(a, b) | EqualMask16(a + 16, b + 16) << 16;
+    return static_cast<unsigned>(std::countr_zero(~equal | uint64_t{1} << 32));
+  }
+
+  static bool Same64(const uint8_t* a, const uint8_t* b) {
+    const __m128i low = _mm_and_si128(EqualPixels(a, b), EqualPixels(a + 16, b + 16));
+    const __m128i high = _mm_and_si128(EqualPixels(a + 32, b + 32), EqualPixels(a + 48, b + 48));
+    return _mm_movemask_epi8(_mm_and_si128(low, high)) == 0xFFFF;
   }
 
   static bool SameBytes(const uint8_t* a, const uint8_t* b, size_t count) {
     for (; count >= 64; count -= 64, a += 64, b += 64)
       if (!Same64(a, b)) return false;
-    for (; count >= 16; count -= 16, a += 16, b += 16)
-      if (CommonPrefix16(a, b) != 16) return false;
     return std::memcmp(a, b, count) == 0;
+  }
+
+  static uint32_t NonZeroMask32(const uint16_t* numbers) {
+    return NonZeroMask16(numbers) | NonZeroMask16(numbers + 16) << 16;
+  }
+
+  static uint64_t ByteChangeMask64(const uint8_t* bytes) {
+    uint64_t equal = 0;
+    for (unsigned i = 0; i < 64; i += 16) {
+      const __m128i lanes = _mm_cmpeq_epi8(Load(bytes + i), Load(bytes + i - 1));
+      equal |= static_cast<uint64_t>(_mm_movemask_epi8(lanes)) << i;
+    }
+    return ~equal;
   }
 
   static uint64_t ChangeMask64(const uint8_t* pixels) {
@@ -78,17 +111,20 @@ struct Sse2Lanes {
   }
 
  private:
-  static __m128i Load(const uint8_t* bytes) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));
+  static __m128i Load(const void* from) { return _mm_loadu_si128(static_cast<const __m128i*>(from)); }
+
+  static uint64_t EqualMask16(const uint8_t* a, const uint8_t* b) {
+    return static_cast<uint64_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(Load(a), Load(b))));
+  }
+
+  static uint32_t NonZeroMask16(const uint16_t* numbers) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i low = _mm_cmpeq_epi16(Load(numbers), zero);
+    const __m128i high = _mm_cmpeq_epi16(Load(numbers + 8), zero);
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(low, high))) ^ 0xFFFFU;
   }
 
   static __m128i EqualPixels(const uint8_t* a, const uint8_t* b) { return _mm_cmpeq_epi32(Load(a), Load(b)); }
-
-  static bool Same64(const uint8_t* a, const uint8_t* b) {
-    const __m128i low = _mm_and_si128(EqualPixels(a, b), EqualPixels(a + 16, b + 16));
-    const __m128i high = _mm_and_si128(EqualPixels(a + 32, b + 32), EqualPixels(a + 48, b + 48));
-    return _mm_movemask_epi8(_mm_and_si128(low, high)) == 0xFFFF;
-  }
 
   /// Bit i tells whether pixel i of `a` equals pixel i of `b`, for 16 pixels.
   static uint64_t Equal16(const uint8_t* a, const uint8_t* b) {

@@ -10,13 +10,35 @@ namespace cvn::agent {
 namespace {
 
 TEST(VectorBytes, CommonPrefixEndsAtTheFirstDifference) {
-  std::array<uint8_t, 16> a{};
+  std::array<uint8_t, 32> a{};
   a.fill(7);
-  for (unsigned differsAt = 0; differsAt <= 16; ++differsAt) {
-    std::array<uint8_t, 16> b = a;
-    for (unsigned i = differsAt; i < 16; i += 3) b[i] = 8;
-    EXPECT_EQ(NativeLanes::CommonPrefix16(a.data(), b.data()), differsAt);
-    EXPECT_EQ(PortableLanes::CommonPrefix16(a.data(), b.data()), differsAt);
+  for (unsigned differsAt = 0; differsAt <= 32; ++differsAt) {
+    std::array<uint8_t, 32> b = a;
+    for (unsigned i = differsAt; i < 32; i += 3) b[i] = 8;
+    EXPECT_EQ(NativeLanes::CommonPrefix32(a.data(), b.data()), differsAt);
+    EXPECT_EQ(PortableLanes::CommonPrefix32(a.data(), b.data()), differsAt);
+  }
+}
+
+TEST(VectorBytes, MasksMarkNumbersInUseAndWhereBytesChange) {
+  std::mt19937 random(4);
+  for (int round = 0; round < 2000; ++round) {
+    std::array<uint16_t, 32> numbers{};
+    std::array<uint8_t, 65> bytes{};
+    uint32_t nonZero = 0;
+    uint64_t changes = 0;
+    for (unsigned i = 0; i < 32; ++i) {
+      numbers[i] = static_cast<uint16_t>(random() % 3 == 0 ? 1U << random() % 16 : 0);
+      if (numbers[i] != 0) nonZero |= 1U << i;
+    }
+    for (unsigned i = 0; i < 64; ++i) {
+      bytes[i + 1] = static_cast<uint8_t>(bytes[i] + (random() % 4 == 0 ? 1 : 0));
+      if (bytes[i + 1] != bytes[i]) changes |= uint64_t{1} << i;
+    }
+    ASSERT_EQ(NativeLanes::NonZeroMask32(numbers.data()), nonZero);
+    ASSERT_EQ(PortableLanes::NonZeroMask32(numbers.data()), nonZero);
+    ASSERT_EQ(NativeLanes::ByteChangeMask64(bytes.data() + 1), changes);
+    ASSERT_EQ(PortableLanes::ByteChangeMask64(bytes.data() + 1), changes);
   }
 }
 
