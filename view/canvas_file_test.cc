@@ -64,13 +64,10 @@ TEST_F(CanvasFileTest, AnotherSizeIsANewFileAndTheOldOneLosesItsMagic) {
 }
 
 TEST_F(CanvasFileTest, RefusesAPlaceWhereItCannotBeAndTouchesNothingThere) {
-  const std::string folder = directory_.Path().string();
   std::ofstream(path_) << "somebody's";
   std::filesystem::create_symlink(path_, path_ + "-link");
   EXPECT_EQ(CanvasFile::Prepare(path_ + "-link", error_), nullptr);
   EXPECT_EQ(Read().size(), 10u);
-  EXPECT_EQ(CanvasFile::Prepare(folder + "/no/such/canvas", error_), nullptr);
-  EXPECT_EQ(error_, "cannot create " + folder + "/no/such/canvas.new: No such file or directory");
 }
 
 }  // namespace

@@ -9,8 +9,12 @@
 #include <iterator>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
+#include "control/control_message.h"
 #include "net/admission.h"
+#include "testing/eventually.h"
+#include "testing/received_frames.h"
 #include "testing/temporary_directory.h"
 #include "view/png_writer.h"
 #include "view/stream_for_test.h"
@@ -22,7 +26,44 @@ using agent::Channel;
 
 constexpr PictureSize kSize{300, 200};
 
-/// The program over a real loopback connection, with an agent that the test plays.
+/// The agent's end of a session, whose part the test plays.
+class PlayedAgent {
+ public:
+  explicit PlayedAgent(std::unique_ptr<agent::TransportConnection> connection)
+      : connection_(std::move(connection)) {
+    connection_->Start(asked_.Handler());
+  }
+
+  void SendFrame(const std::vector<agent::EncodedTile>& tiles, bool keyframe) {
+    for (Bytes& message : writer_.Frame(tiles, keyframe))
+      connection_->Enqueue(Channel::Tiles, std::move(message));
+  }
+  void SendKeyframe() { SendFrame({FlatTile(0, 0, kSize, 0xff102030)}, true); }
+  void SendMonitorList(int index, int count) {
+    SendControl(R"({"t":9,"index":)" + std::to_string(index) + R"(,"count":)" + std::to_string(count) + "}");
+  }
+  void SendControl(const std::string& text) {
+    connection_->Enqueue(Channel::Control, {text.begin(), text.end()});
+  }
+  void SetSize(PictureSize size) { writer_.SetSize(size); }
+
+  /// The nth thing that the viewer asked for.
+  agent::ControlMessage Asked(size_t nth) {
+    if (!agent::Eventually([&] { return asked_.Count() > nth; })) return {};
+    return agent::DecodeControlMessage(asked_.All()[nth].bytes).value_or(agent::ControlMessage{});
+  }
+  bool ViewerIsThere() const { return connection_->ReaderRunning(); }
+  bool HasSentAll() const {
+    return connection_->QueuedBytes(Channel::Tiles) == 0 && connection_->QueuedBytes(Channel::Control) == 0;
+  }
+
+ private:
+  StreamWriter writer_{kSize};
+  agent::ReceivedFrames asked_;
+  const std::unique_ptr<agent::TransportConnection> connection_;
+};
+
+/// The program over a real loopback connection.
 class RunViewTest : public testing::Test {
  protected:
   RunViewTest() {
@@ -36,16 +77,17 @@ class RunViewTest : public testing::Test {
     if (agent_.joinable()) agent_.join();
   }
 
-  /// Admits one viewer, plays, and stays until the viewer leaves.
-  void ServeOnThread(std::function<void(agent::TransportConnection&)> play) {
-    agent_ = std::thread([this, play = std::move(play)] {
+  /// Admits one viewer and plays. Leaves when that is done, or stays until the viewer leaves.
+  void ServeOnThread(bool leaves, std::function<void(PlayedAgent&)> play) {
+    if (agent_.joinable()) agent_.join();
+    agent_ = std::thread([this, leaves, play = std::move(play)] {
       std::string error;
-      const auto connection =
+      auto connection =
           agent::ListenAndAdmit({*sockets_, clock_, agentStop_}, {port_, true}, {.plaintext = true}, error);
       if (!connection) return;
-      connection->Start({});
-      play(*connection);
-      while (connection->ReaderRunning() && !agentStop_.IsSet())
+      PlayedAgent played(std::move(connection));
+      play(played);
+      while (!(leaves && played.HasSentAll()) && played.ViewerIsThere() && !agentStop_.IsSet())
         agentStop_.WaitFor(std::chrono::milliseconds(1));
     });
   }
@@ -79,19 +121,13 @@ std::vector<uint32_t> ReadPng(const std::string& path) {
   return pixels;
 }
 
-void SendFrame(agent::TransportConnection& connection, StreamWriter& writer,
-               const std::vector<agent::EncodedTile>& tiles, bool keyframe) {
-  for (Bytes& message : writer.Frame(tiles, keyframe)) connection.Enqueue(Channel::Tiles, std::move(message));
-}
-
 TEST_F(RunViewTest, KeepsThePictureThatTravelledInSnapshotAndCanvas) {
-  ServeOnThread([](agent::TransportConnection& connection) {
-    StreamWriter writer({64, 64});
-    SendFrame(connection, writer, {FlatTile(0, 0, {64, 64}, 0xff999999)}, true);
-    writer.SetSize(kSize);
-    SendFrame(connection, writer, {GradientTile(0, 0, {200, 200}, 0xff000000), JpegTile(200, 0, {100, 200})},
-              true);
-    SendFrame(connection, writer, {FlatTile(200, 0, {100, 200}, 0xff123456)}, false);
+  ServeOnThread(false, [](PlayedAgent& agent) {
+    agent.SetSize({64, 64});
+    agent.SendFrame({FlatTile(0, 0, {64, 64}, 0xff999999)}, true);
+    agent.SetSize(kSize);
+    agent.SendFrame({GradientTile(0, 0, {200, 200}, 0xff000000), JpegTile(200, 0, {100, 200})}, true);
+    agent.SendFrame({FlatTile(200, 0, {100, 200}, 0xff123456)}, false);
   });
   EXPECT_EQ(Run({"--wait", "10", "--until-exact", "--snapshot", Path("s.png"), "--canvas", Path("canvas")}),
             kViewOk)
@@ -116,17 +152,65 @@ TEST_F(RunViewTest, KeepsThePictureThatTravelledInSnapshotAndCanvas) {
 }
 
 TEST_F(RunViewTest, AFullPictureIsKeptThoughTheStreamBrokeOffLater) {
-  ServeOnThread([](agent::TransportConnection& connection) {
-    StreamWriter writer(kSize);
-    SendFrame(connection, writer, {FlatTile(0, 0, kSize, 0xff010203)}, true);
+  ServeOnThread(false, [](PlayedAgent& agent) {
+    agent.SendKeyframe();
     agent::EncodedTile bomb = TileAt(0, 0, {64, 64});
     bomb.payload = Zip(Bytes(1'000'000, 0));
-    SendFrame(connection, writer, {bomb}, false);
-    SendFrame(connection, writer, {FlatTile(0, 0, kSize, 0xff999999)}, false);
+    agent.SendFrame({bomb}, false);
+    agent.SendFrame({FlatTile(0, 0, kSize, 0xff999999)}, false);
   });
   EXPECT_EQ(Run({"--wait", "10", "--snapshot", Path("s.png")}), kViewFailed);
   EXPECT_EQ(err_.str(), "cvn-view: the payload of tile 0 does not inflate: it holds more than the tile\n");
-  EXPECT_EQ(ReadPng(Path("s.png")).at(0), 0xff010203);
+  EXPECT_EQ(ReadPng(Path("s.png")).at(0), 0xff102030);
+}
+
+TEST_F(RunViewTest, AsksForWhatIsWishedForAndWaitsForIt) {
+  ServeOnThread(false, [](PlayedAgent& agent) {
+    EXPECT_EQ(agent.Asked(0).type, agent::kQuality);
+    EXPECT_EQ(agent.Asked(0).preset, "High");
+    EXPECT_TRUE(agent.Asked(1).show);
+    agent.SendMonitorList(-1, 2);
+    EXPECT_EQ(agent.Asked(2).index, 1);
+    agent.SendMonitorList(1, 2);
+    EXPECT_EQ(agent.Asked(3).type, agent::kSelectMonitor) << "the probe, with what is shown already";
+    EXPECT_EQ(agent.Asked(3).index, 1);
+    agent.SendControl(R"({"t":3,"data":"clipboard","news":[1]})");
+    agent.SendKeyframe();
+    EXPECT_EQ(agent.Asked(4).type, agent::kRepaint);
+    agent.SendFrame({JpegTile(0, 0, kSize)}, true);
+    EXPECT_EQ(agent.Asked(5).type, agent::kQuality) << "it does not end: the picture is not exact";
+    EXPECT_GE(agent.Asked(5).kbps, 1);
+    agent.SendKeyframe();
+  });
+  EXPECT_EQ(Run({"--wait", "10", "--until-exact", "--snapshot", Path("s.png"), "--monitor", "1",
+                 "--show-cursor", "--repaint", "--preset", "high", "--gray"}),
+            kViewOk)
+      << err_.str();
+}
+
+TEST_F(RunViewTest, SaysWhatIsMissingWhenItEndsWithoutIt) {
+  const std::string left = "the agent closed the connection: ";
+  const std::tuple<const char*, const char*, std::function<void(PlayedAgent&)>, std::string> rows[] = {
+      {"--repaint", "--gray",
+       [](PlayedAgent& agent) {
+         agent.SendFrame({FlatTile(0, 0, {300, 199}, 1)}, true);
+       },
+       left + "300 of the picture's 60000 pixels had not arrived"},
+      {"--monitor", "1", [](PlayedAgent& agent) { agent.SendMonitorList(0, 2), agent.SendKeyframe(); },
+       left + "the agent had not switched to monitor 1"},
+      {"--until-exact", "--gray", [](PlayedAgent& agent) { agent.SendFrame({JpegTile(0, 0, kSize)}, true); },
+       left + "60000 of the picture's 60000 pixels had not become exact"},
+      {"--monitor", "2", [](PlayedAgent& agent) { agent.SendMonitorList(0, 2); },
+       "there is no monitor 2: the agent's are numbered from 0 to 1"},
+      {"--repaint", "--gray", [](PlayedAgent& agent) { agent.SendControl("[]"); },
+       "a control message that is no JSON object"},
+  };
+  for (const auto& [option, value, play, missing] : rows) {
+    err_.str("");
+    ServeOnThread(true, play);
+    EXPECT_EQ(Run({"--wait", "10", "--snapshot", Path("s.png"), option, value}), kViewFailed);
+    EXPECT_EQ(err_.str(), "cvn-view: " + missing + "\n");
+  }
 }
 
 TEST(PngWriter, SaysThatADiskIsFull) {

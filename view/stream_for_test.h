@@ -95,8 +95,6 @@ class StreamWriter {
     return messages;
   }
 
-  Bytes Heartbeat() const { return Enveloped(agent::BuildHeartbeat(nextSequence_)); }
-
   Bytes Enveloped(Bytes message) const {
     return agent::Envelope(agent::kTilesV3, epoch_, size_.width, size_.height, std::move(message));
   }
@@ -105,12 +103,9 @@ class StreamWriter {
   void SetSize(PictureSize size) { size_ = size; }
 
   agent::FrameHeader Header(uint32_t sequence, bool keyframe, size_t tileCount) const {
-    return {sequence,
-            keyframe,
-            static_cast<uint16_t>(size_.width),
-            static_cast<uint16_t>(size_.height),
-            64,
-            static_cast<uint16_t>(tileCount)};
+    const auto width = static_cast<uint16_t>(size_.width);
+    const auto height = static_cast<uint16_t>(size_.height);
+    return {sequence, keyframe, width, height, 64, static_cast<uint16_t>(tileCount)};
   }
 
  private:
