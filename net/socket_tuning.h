@@ -11,6 +11,10 @@ inline constexpr int kWaitSliceMs = 250;
 /// Small on purpose: bytes inside the system can no longer be overtaken by a control message.
 inline constexpr int kSocketBufferBytes = 65536;
 
+/// What the system may hold beside what is under way to the peer, where it lets itself be told: on a slow
+/// line the buffer above would hold seconds, and every change and every answer would stand behind them.
+inline constexpr int kMostUnsentBytes = 4096;
+
 // A peer that vanished without a word while nothing was to be sent is noticed after 15 s.
 inline constexpr int kKeepAliveIdleSeconds = 10;
 inline constexpr int kKeepAliveIntervalSeconds = 1;

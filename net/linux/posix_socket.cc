@@ -46,6 +46,7 @@ void SetOption(int fd, int level, int option, const Value& value) {
 void Tune(int fd) {
   SetOption(fd, IPPROTO_TCP, TCP_NODELAY, 1);
   SetOption(fd, SOL_SOCKET, SO_SNDBUF, kSocketBufferBytes);
+  SetOption(fd, IPPROTO_TCP, TCP_NOTSENT_LOWAT, kMostUnsentBytes);
   SetOption(fd, SOL_SOCKET, SO_RCVBUF, kSocketBufferBytes);
   SetOption(fd, SOL_SOCKET, SO_KEEPALIVE, 1);
   SetOption(fd, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);

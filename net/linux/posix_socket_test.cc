@@ -75,6 +75,7 @@ TEST(PosixSocket, IsTunedForASession) {
   } rows[] = {
       {"no delay", IPPROTO_TCP, TCP_NODELAY, 1},
       {"send buffer, which the system doubles", SOL_SOCKET, SO_SNDBUF, 2 * 65536},
+      {"bytes not yet under way", IPPROTO_TCP, TCP_NOTSENT_LOWAT, 4096},
       {"receive buffer, which the system doubles", SOL_SOCKET, SO_RCVBUF, 2 * 65536},
       {"keep-alive", SOL_SOCKET, SO_KEEPALIVE, 1},
       {"first probe", IPPROTO_TCP, TCP_KEEPIDLE, 10},
