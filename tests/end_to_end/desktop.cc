@@ -140,6 +140,18 @@ void Desktop::PaintNoise(WindowId window, uint32_t seed) {
   state_->Show(window, contents);
 }
 
+Desktop::WindowId Desktop::OpenPictureWindow(int x, int y, const Picture& picture) {
+  const WindowId window = state_->OpenWindow(x, y, picture.width, picture.height);
+  Paint(window, picture);
+  return window;
+}
+
+void Desktop::Paint(WindowId window, const Picture& picture) {
+  const State::Contents& contents = state_->windows.at(window);
+  state_->PutPixels(contents, [&picture](int x, int y) { return picture.At(x, y); });
+  state_->Show(window, contents);
+}
+
 void Desktop::PaintBackground(uint32_t seed) {
   const XWindowAttributes screen = state_->Screen();
   const State::Contents contents = state_->MakeContents(screen.width, screen.height);

@@ -27,6 +27,11 @@ class Desktop {
   /// A window in which neighbouring pixels have nothing to do with each other.
   WindowId OpenNoiseWindow(int x, int y, int width, int height);
   void PaintNoise(WindowId window, uint32_t seed);
+
+  /// A window that shows `picture`; `Paint` shows another one of the same size there.
+  WindowId OpenPictureWindow(int x, int y, const Picture& picture);
+  void Paint(WindowId window, const Picture& picture);
+
   /// A colour ramp over the whole screen, behind the windows: more colours than a palette holds.
   void PaintBackground(uint32_t seed);
 

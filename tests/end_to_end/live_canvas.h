@@ -15,6 +15,10 @@ class LiveCanvas {
 
   /// The picture as it is now; nothing while there is none.
   std::optional<Picture> Read() const;
+  /// The part of it whose top left corner is x, y, which lies inside.
+  std::optional<Picture> ReadPart(int x, int y, int width, int height) const;
+  /// Whether every pixel has arrived once.
+  bool IsFull() const;
   /// Updates drawn so far; 0 while there is no picture.
   uint64_t Updates() const;
 

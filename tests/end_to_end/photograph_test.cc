@@ -1,0 +1,145 @@
+#include "tests/end_to_end/photograph.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tests/end_to_end/session_under_test.h"
+#include "tests/end_to_end/slow_line.h"
+#include "tests/end_to_end/typing.h"
+
+namespace cvn::end_to_end {
+namespace {
+
+constexpr int kTileSize = 64;
+constexpr Area kPortrait{192, 128, 384, 512};
+constexpr Area kLandscape{1000, 500, 520, 300};  // shares its edge tiles with text
+constexpr double kGoodDecibels = 30;
+constexpr milliseconds kLongestRest{3000};
+
+class PhotographTest : public SessionTest {
+ protected:
+  /// The rest is for sanitizers and Wine on a busy machine, not for the programs.
+  static milliseconds RestPatience() { return BuiltWithSanitizers() ? kPatience : kLongestRest; }
+
+  static bool IsNear(const Area& area, int x, int y) {
+    const auto down = [](int value) { return value / kTileSize * kTileSize; };
+    return x >= down(area.x) && x < down(area.x + area.width + kTileSize - 1) && y >= down(area.y) &&
+           y < down(area.y + area.height + kTileSize - 1);
+  }
+
+  /// What lies in no tile of a photograph.
+  static Picture TextOf(Picture screen) {
+    for (int y = 0; y < screen.height; ++y) {
+      for (int x = 0; x < screen.width; ++x) {
+        if (IsNear(kPortrait, x, y) || IsNear(kLandscape, x, y)) {
+          screen.pixels[static_cast<size_t>(y * screen.width + x)] = 0;
+        }
+      }
+    }
+    return screen;
+  }
+
+  void ExpectGoodAtOnce(const Picture& shown) const {
+    const Picture screen = desktop_.Screen();
+    EXPECT_EQ(Difference(TextOf(screen), TextOf(shown)), Difference(screen, screen)) << "in the text";
+    for (const Area& area : {kPortrait, kLandscape}) {
+      EXPECT_GE(PeakSignalToNoise(screen, shown, area), kGoodDecibels);
+    }
+    EXPECT_NE(shown, screen) << "nothing was sent as a photograph";
+  }
+
+  /// `meanwhile` is called again and again.
+  void ExpectExactSoon(const std::function<void()>& meanwhile) {
+    const auto begin = std::chrono::steady_clock::now();
+    const bool exact = WaitUntil(RestPatience(), [&] {
+      meanwhile();
+      return canvas_.Read() == desktop_.Screen();
+    });
+    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - begin;
+    EXPECT_TRUE(exact) << Difference(desktop_.Screen(), canvas_.Read().value_or(Picture()));
+    std::printf("exact %.0f ms after the picture\n", taken.count());
+  }
+
+  void ExpectFirstPictureSharpens(const std::function<void()>& meanwhile) {
+    ServeDesktop();
+    ConnectViewer();
+    ASSERT_TRUE(WaitUntil(kPatience, [this] { return canvas_.IsFull(); }));
+    ExpectGoodAtOnce(canvas_.Read().value());
+    ExpectExactSoon(meanwhile);
+  }
+
+  Desktop::WindowId text_ = desktop_.OpenTextWindow(901, 457, 40);
+  Desktop::WindowId portrait_ =
+      desktop_.OpenPictureWindow(kPortrait.x, kPortrait.y, Photograph(kPortrait.width, kPortrait.height, 1));
+  Desktop::WindowId landscape_ = desktop_.OpenPictureWindow(
+      kLandscape.x, kLandscape.y, Photograph(kLandscape.width, kLandscape.height, 2));
+};
+
+TEST_F(PhotographTest, IsGoodAtOnceAndExactAfterARest) {
+  ExpectFirstPictureSharpens([] {});
+  desktop_.Paint(portrait_, Photograph(kPortrait.width, kPortrait.height, 3));
+  ExpectExactSoon([] {});
+}
+
+TEST_F(PhotographTest, BecomesExactWhileACaretBlinksElsewhere) {
+  const Picture caret{2, 14, std::vector<uint32_t>(28, 0x000000)};
+  const Picture paper{2, 14, std::vector<uint32_t>(28, 0xffffff)};
+  const auto window = desktop_.OpenPictureWindow(700, 900, paper);
+  Every halfSecond{milliseconds(500)};
+  bool on = false;
+  ExpectFirstPictureSharpens([&] {
+    if (halfSecond.Due()) desktop_.Paint(window, (on = !on) ? caret : paper);
+  });
+}
+
+/// What a line carries of the same changes by what the supporter prefers.
+class SavingTest : public PhotographTest {
+ protected:
+  int64_t BytesOfChanges(const std::vector<std::string>& wishes) {
+    ServeDesktop();
+    SlowLine line(port_);
+    std::vector<std::string> arguments = {"--canvas", directory_.Path() / "canvas"};
+    arguments.insert(arguments.end(), wishes.begin(), wishes.end());
+    viewer_ = std::make_unique<ChildProcess>(ViewerCommand(line.Port(), arguments));
+    EXPECT_TRUE(WaitUntil(kPatience, [this] { return canvas_.IsFull(); }));
+    WaitForRest(line);
+    const int64_t before = line.CarriedBytes();
+    for (int change = 0; change < 12; ++change) ShowAnother(scenes_[static_cast<size_t>(change) % 4]);
+    const int64_t bytes = line.CarriedBytes() - before;
+    viewer_.reset();
+    EXPECT_EQ(AgentExitCode(), 0);
+    return bytes;
+  }
+
+  static void WaitForRest(const SlowLine& line) {
+    int64_t carried = -1;
+    auto since = std::chrono::steady_clock::now();
+    EXPECT_TRUE(WaitUntil(kPatience, [&] {
+      const auto now = std::chrono::steady_clock::now();
+      if (std::exchange(carried, line.CarriedBytes()) != carried) since = now;
+      return now - since > milliseconds(700);
+    }));
+  }
+
+  void ShowAnother(const Picture& photograph) {
+    const uint64_t before = canvas_.Updates();
+    desktop_.Paint(portrait_, photograph);
+    EXPECT_TRUE(WaitUntil(kPatience, [&] { return canvas_.Updates() > before; }));
+  }
+
+  std::vector<Picture> scenes_ = {
+      Photograph(kPortrait.width, kPortrait.height, 11), Photograph(kPortrait.width, kPortrait.height, 12),
+      Photograph(kPortrait.width, kPortrait.height, 13), Photograph(kPortrait.width, kPortrait.height, 14)};
+};
+
+TEST_F(SavingTest, IsWhatDataSaverAndGrayAreFor) {
+  const auto high = static_cast<double>(BytesOfChanges({}));
+  const double saver = static_cast<double>(BytesOfChanges({"--preset", "DataSaver"})) / high;
+  const double gray = static_cast<double>(BytesOfChanges({"--gray"})) / high;
+  std::printf("bytes of those by High in colours: DataSaver %.2f, gray %.2f\n", saver, gray);
+  EXPECT_LT(saver, 0.85);
+  EXPECT_LT(gray, 0.95);
+}
+
+}  // namespace
+}  // namespace cvn::end_to_end
