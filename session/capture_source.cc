@@ -1,5 +1,6 @@
 #include "session/capture_source.h"
 
+#include <exception>
 #include <utility>
 
 #include "base/log.h"
@@ -8,6 +9,15 @@ namespace cvn::agent {
 namespace {
 
 constexpr int64_t kDuplicationRetryMs = 20'000;
+
+/// A capturer that throws while it is made is one that cannot be made.
+std::unique_ptr<ScreenCapturer> Make(const CapturerFactory& factory, int32_t monitor,
+                                     std::string& error) try {
+  return factory(monitor, error);
+} catch (const std::exception& exception) {
+  error = exception.what();
+  return nullptr;
+}
 
 }  // namespace
 
@@ -48,7 +58,7 @@ bool CaptureSource::RetryDuplication(int32_t monitor, int64_t nowMs) {
 }
 
 bool CaptureSource::UseDuplication(int32_t monitor, std::string& error) {
-  auto made = backends_.duplication(monitor, error);
+  auto made = Make(backends_.duplication, monitor, error);
   if (!made) return false;
   capturer_ = std::move(made);
   duplicatedMonitors_.insert(monitor);
@@ -56,7 +66,7 @@ bool CaptureSource::UseDuplication(int32_t monitor, std::string& error) {
 }
 
 bool CaptureSource::UseFallback(int32_t monitor, std::string& error) {
-  auto made = backends_.fallback(monitor, error);
+  auto made = Make(backends_.fallback, monitor, error);
   if (!made) return false;
   capturer_ = std::move(made);
   return true;

@@ -48,6 +48,15 @@ TEST_F(CaptureSourceTest, SaysNothingOfDuplicationOnAHostWithoutIt) {
   EXPECT_EQ(log_.Lines(), Texts{});
 }
 
+TEST_F(CaptureSourceTest, TakesACapturerThatThrowsForOneThatCannotBeMade) {
+  CaptureSource source(
+      {.duplication = nullptr, .fallback = [](int32_t, std::string&) -> std::unique_ptr<ScreenCapturer> {
+         throw std::runtime_error("no memory for a picture");
+       }});
+  EXPECT_FALSE(source.Open(0, 0));
+  EXPECT_EQ(log_.Lines(), Texts{"WRN [session] no capturer for monitor 0: no memory for a picture"});
+}
+
 TEST_F(CaptureSourceTest, KeepsWhatItHasWhenNothingBetterCanBeMade) {
   CaptureSource source(screen_.Backends());
   ASSERT_TRUE(source.Open(0, 0));

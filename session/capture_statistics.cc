@@ -28,10 +28,10 @@ void CaptureStatistics::LogLine(int64_t elapsedMs) const {
   Log().Info(
       "[session] capture %s: %d encoded, %d unchanged-skipped, %d late in the last %.0f s; capture "
       "avg/max=%.2f/%.2f ms (%lld samples), encode+admit avg/max=%.2f/%.2f ms (%lld samples)%s",
-      late_ == 0 ? "stats" : "loop overloaded", static_cast<int>(encode_.count), unchanged_, late_,
+      late_ == 0 ? "stats" : "loop overloaded", encoded_, unchanged_, late_,
       static_cast<double>(elapsedMs) / 1000, capture_.AverageMs(), capture_.LongestMs(),
-      static_cast<long long>(capture_.count), encode_.AverageMs(), encode_.LongestMs(),
-      static_cast<long long>(encode_.count), idlePaced_ == 0 ? "" : "; idle-paced");
+      static_cast<long long>(capture_.count), admit_.AverageMs(), admit_.LongestMs(),
+      static_cast<long long>(admit_.count), idlePaced_ == 0 ? "" : "; idle-paced");
 }
 
 }  // namespace cvn::agent

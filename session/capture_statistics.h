@@ -11,8 +11,9 @@ class CaptureStatistics {
   explicit CaptureStatistics(int64_t nowMs) : startMs_(nowMs) {}
 
   void AddCapture(int64_t durationNs) { capture_.Add(durationNs); }
-  /// A frame that was handed to the sender, and how long it took to encode and admit it.
-  void AddEncoded(int64_t durationNs) { encode_.Add(durationNs); }
+  /// How long the sender took to encode and admit a frame, or to find that there was nothing to send.
+  void AddAdmission(int64_t durationNs) { admit_.Add(durationNs); }
+  void CountEncoded() { ++encoded_; }
   void CountUnchanged() { ++unchanged_; }
   void CountLate() { ++late_; }
   void CountIdlePaced() { ++idlePaced_; }
@@ -39,7 +40,8 @@ class CaptureStatistics {
 
   int64_t startMs_;
   Durations capture_;
-  Durations encode_;
+  Durations admit_;
+  int encoded_ = 0;
   int unchanged_ = 0;
   int late_ = 0;
   int idlePaced_ = 0;

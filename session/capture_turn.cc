@@ -73,10 +73,10 @@ std::chrono::nanoseconds CaptureTurn::TimeToWait(int64_t pumpedBytes, int64_t im
 void CaptureTurn::TakeTurn(int64_t nowNs) {
   pacer_.BeginTurn(nowNs, TakeReasons());
   still_.reset();
-  FollowReports();
-  FollowMonitorRequest();
-  RetryDuplication();
   try {
+    FollowReports();
+    FollowMonitorRequest();
+    RetryDuplication();
     CaptureFrame();
   } catch (const std::exception& error) {
     LogSkippedFrame(error.what());
@@ -165,8 +165,9 @@ void CaptureTurn::HandleFrame(const CapturedFrame& frame) {
 void CaptureTurn::SendFrame(const CapturedFrame& frame) {
   const int64_t startNs = clock_.NowNs();
   const int64_t bytes = sender_.SendFrame(frame);
-  statistics_.AddEncoded(clock_.NowNs() - startNs);
+  statistics_.AddAdmission(clock_.NowNs() - startNs);
   if (bytes <= 0) return;
+  statistics_.CountEncoded();
   pumpWaitNs_ = kLeastWaitNs;
   pacer_.NoteSent();
   lastSentMs_ = clock_.NowMs();
@@ -205,8 +206,8 @@ void CaptureTurn::HandleFailedCapture() {
 /// So that a viewer does not take a locked or switching desktop for a dead link.
 void CaptureTurn::KeepViewerWaiting(int64_t nowMs) {
   if (!hasSent_ || nowMs - failing_.startMs >= kMostHeartbeatsMs) return;
-  if (nowMs - std::max(lastSentMs_, failing_.lastHeartbeatMs) < kLivenessMs) return;
-  failing_.lastHeartbeatMs = nowMs;
+  if (nowMs - std::max(lastSentMs_, lastHeartbeatMs_) < kLivenessMs) return;
+  lastHeartbeatMs_ = nowMs;
   sender_.SendHeartbeat();
 }
 

@@ -64,7 +64,6 @@ class CaptureTurn {
     int attempts = 0;
     int64_t startMs = 0;
     int64_t lastAttemptMs = 0;
-    int64_t lastHeartbeatMs = 0;
   };
 
   std::chrono::nanoseconds TimeToWait(int64_t pumpedBytes, int64_t improvedBytes);
@@ -112,6 +111,8 @@ class CaptureTurn {
   /// Time of the first unchanged frame of the current run of them, negative while there is none.
   int64_t restingSinceMs_ = -1;
   int64_t lastSentMs_ = 0;
+  /// Of those that a failing capture has sent.
+  int64_t lastHeartbeatMs_ = 0;
   int capturedFrames_ = 0;
   bool hasSent_ = false;
   bool heartbeatArmed_ = true;

@@ -406,7 +406,7 @@ TEST_F(OddCaptureTurnTest, NeverWaitsAfterALateTurnAndSaysSo) {
   odd_.captureMs = 33;
   EXPECT_EQ(Play(100), 1);
   EXPECT_TRUE(
-      log_.Mentions("INF [session] capture loop overloaded: 750 encoded, 0 unchanged-skipped, 749 late "
+      log_.Mentions("INF [session] capture loop overloaded: 1 encoded, 0 unchanged-skipped, 749 late "
                     "in the last 30 s; capture avg/max=40.00/40.00 ms (750 samples), encode+admit "
                     "avg/max=0.00/0.00 ms (750 samples)"));
 }

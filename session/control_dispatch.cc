@@ -69,8 +69,8 @@ void ControlDispatch::Dispatch(const ControlMessage& message) {
 
 void ControlDispatch::SelectMonitor(int32_t index) {
   if (index < kAllDisplays || index >= MonitorCount()) return;
-  parts_.requests.monitor = index;
-  parts_.requests.NoteSupporterActed();
+  // Asking for what is shown already is how a viewer times the line: no reason to wake a resting loop.
+  if (parts_.requests.monitor.exchange(index) != index) parts_.requests.NoteSupporterActed();
   SendMonitorList();
 }
 
@@ -84,8 +84,9 @@ void ControlDispatch::RequestRepaint() {
 void ControlDispatch::SendMonitorList() {
   ControlMessage list;
   list.type = kMonitorList;
-  list.index = parts_.requests.monitor;
   list.count = MonitorCount();
+  const int32_t monitor = parts_.requests.monitor;
+  list.index = monitor >= 0 && monitor < list.count ? monitor : kAllDisplays;
   const std::string text = EncodeControlMessage(list);
   parts_.control.Send({text.begin(), text.end()});
 }

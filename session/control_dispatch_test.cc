@@ -90,18 +90,25 @@ TEST_F(ControlDispatchTest, SelectsOnlyMonitorsThatExist) {
     const char* json;
     int32_t monitor;
     Texts answer;
+    bool wakes;
   } rows[] = {
-      {"{\"t\":5,\"index\":1}", 1, {"1/2"}},    {"{\"t\":5,\"index\":2}", 1, {}},
-      {"{\"t\":5,\"index\":-2}", 1, {}},        {"{\"t\":5,\"index\":1}", 1, {"1/2"}},
-      {"{\"t\":5,\"index\":-1}", -1, {"-1/2"}}, {"{\"t\":5}", 0, {"0/2"}},
+      {"{\"t\":5,\"index\":1}", 1, {"1/2"}, true},    {"{\"t\":5,\"index\":2}", 1, {}, false},
+      {"{\"t\":5,\"index\":-2}", 1, {}, false},       {"{\"t\":5,\"index\":1}", 1, {"1/2"}, false},
+      {"{\"t\":5,\"index\":-1}", -1, {"-1/2"}, true}, {"{\"t\":5}", 0, {"0/2"}, true},
   };
   for (const auto& row : rows) {
     Handle(row.json);
     EXPECT_EQ(requests_.monitor, row.monitor) << row.json;
     EXPECT_EQ(SentLists(), row.answer) << row.json;
-    EXPECT_EQ(TakeWake(), !row.answer.empty()) << row.json;
+    EXPECT_EQ(TakeWake(), row.wakes) << row.json;
   }
   EXPECT_EQ(log_.Lines(), Texts{});
+}
+
+TEST_F(ControlDispatchTest, NamesAllDisplaysForAMonitorThatIsNotThere) {
+  requests_.monitor = 7;
+  ControlDispatch(false, parts_).SendMonitorList();
+  EXPECT_EQ(SentLists(), Texts{"-1/2"});
 }
 
 TEST_F(ControlDispatchTest, AsksForARepaintOnlyOfAnOpenStream) {

@@ -51,6 +51,7 @@ bool ViewConversation::TakeMonitorList(const agent::ControlMessage& list, std::s
 }
 
 bool ViewConversation::AskForMonitor(int32_t count, std::string& error) {
+  if (count < 1) return Refuse(error, "the agent has no monitors");
   if (*wishes_.monitor >= count)
     return Refuse(error, FormatText("there is no monitor %d: the agent's are numbered from 0 to %d",
                                     *wishes_.monitor, count - 1));
