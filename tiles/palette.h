@@ -27,12 +27,18 @@ class PaletteBuilder {
   std::span<const uint8_t> Payload();
 
  private:
+  /// What tells pixels of this build apart: the bits of a pixel that count, and the stamp of used slots.
+  struct Identity {
+    uint32_t keyMask = 0;
+    uint32_t stamp = 0;
+  };
+
   void Reset(const PixelView& pixels, bool grayscale);
   bool IndexRow(const uint8_t* row, int width, uint8_t* indices);
-  bool IndexBlock(const uint8_t* pixels, int count, uint8_t* indices);
+  bool IndexRuns(const uint8_t* pixels, int count, uint8_t* indices);
   bool IndexEachPixel(const uint8_t* pixels, int count, uint8_t* indices);
-  int IndexOf(uint32_t pixel);
-  int Append(uint32_t pixel, uint32_t slot);
+  int IndexOf(uint32_t pixel, Identity identity);
+  int Append(uint32_t pixel, uint32_t slot, Identity identity);
 
   /// Open hash of colours. A slot holds index (8 bits), stamp (24), key (32); other stamps are empty slots.
   static constexpr int kSlotBits = 10;
@@ -40,8 +46,9 @@ class PaletteBuilder {
   std::array<uint64_t, kSlots> slots_{};
   std::array<uint32_t, kMaxPaletteColors> palette_{};
   int colors_ = 0;
-  uint32_t stamp_ = 0;
-  uint32_t keyMask_ = 0;
+  Identity identity_;
+  /// How many blocks are still to be indexed pixel by pixel because the last one had too many runs.
+  int blocksWithoutRuns_ = 0;
   size_t indexBytes_ = 0;
   /// Room for the largest palette, then the indices, then room to store beyond them.
   std::vector<uint8_t> payload_;
