@@ -87,9 +87,12 @@ TEST_F(PhotographTest, BecomesExactWhileACaretBlinksElsewhere) {
   const auto window = desktop_.OpenPictureWindow(700, 900, paper);
   Every halfSecond{milliseconds(500)};
   bool on = false;
-  ExpectFirstPictureSharpens([&] {
+  const auto blink = [&] {
     if (halfSecond.Due()) desktop_.Paint(window, (on = !on) ? caret : paper);
-  });
+  };
+  ExpectFirstPictureSharpens(blink);
+  desktop_.Paint(portrait_, Photograph(kPortrait.width, kPortrait.height, 3));
+  ExpectExactSoon(blink);
 }
 
 /// What a line carries of the same changes by what the supporter prefers.
