@@ -1,10 +1,6 @@
 #include "tests/end_to_end/photograph.h"
 
-#include <algorithm>
-#include <cmath>
-
 #include "tests/end_to_end/session_under_test.h"
-#include "tests/end_to_end/slow_line.h"
 #include "tests/end_to_end/typing.h"
 
 namespace cvn::end_to_end {
@@ -93,55 +89,6 @@ TEST_F(PhotographTest, BecomesExactWhileACaretBlinksElsewhere) {
   ExpectFirstPictureSharpens(blink);
   desktop_.Paint(portrait_, Photograph(kPortrait.width, kPortrait.height, 3));
   ExpectExactSoon(blink);
-}
-
-/// What a line carries of the same changes by what the supporter prefers.
-class SavingTest : public PhotographTest {
- protected:
-  int64_t BytesOfChanges(const std::vector<std::string>& wishes) {
-    ServeDesktop();
-    SlowLine line(port_);
-    std::vector<std::string> arguments = {"--canvas", directory_.Path() / "canvas"};
-    arguments.insert(arguments.end(), wishes.begin(), wishes.end());
-    viewer_ = std::make_unique<ChildProcess>(ViewerCommand(line.Port(), arguments));
-    EXPECT_TRUE(WaitUntil(kPatience, [this] { return canvas_.IsFull(); }));
-    WaitForRest(line);
-    const int64_t before = line.CarriedBytes();
-    for (int change = 0; change < 12; ++change) ShowAnother(scenes_[static_cast<size_t>(change) % 4]);
-    const int64_t bytes = line.CarriedBytes() - before;
-    viewer_.reset();
-    EXPECT_EQ(AgentExitCode(), 0);
-    return bytes;
-  }
-
-  static void WaitForRest(const SlowLine& line) {
-    int64_t carried = -1;
-    auto since = std::chrono::steady_clock::now();
-    EXPECT_TRUE(WaitUntil(kPatience, [&] {
-      const auto now = std::chrono::steady_clock::now();
-      if (std::exchange(carried, line.CarriedBytes()) != carried) since = now;
-      return now - since > milliseconds(700);
-    }));
-  }
-
-  void ShowAnother(const Picture& photograph) {
-    const uint64_t before = canvas_.Updates();
-    desktop_.Paint(portrait_, photograph);
-    EXPECT_TRUE(WaitUntil(kPatience, [&] { return canvas_.Updates() > before; }));
-  }
-
-  std::vector<Picture> scenes_ = {
-      Photograph(kPortrait.width, kPortrait.height, 11), Photograph(kPortrait.width, kPortrait.height, 12),
-      Photograph(kPortrait.width, kPortrait.height, 13), Photograph(kPortrait.width, kPortrait.height, 14)};
-};
-
-TEST_F(SavingTest, IsWhatDataSaverAndGrayAreFor) {
-  const auto high = static_cast<double>(BytesOfChanges({}));
-  const double saver = static_cast<double>(BytesOfChanges({"--preset", "DataSaver"})) / high;
-  const double gray = static_cast<double>(BytesOfChanges({"--gray"})) / high;
-  std::printf("bytes of those by High in colours: DataSaver %.2f, gray %.2f\n", saver, gray);
-  EXPECT_LT(saver, 0.85);
-  EXPECT_LT(gray, 0.95);
 }
 
 }  // namespace
