@@ -121,7 +121,7 @@ void CountTiles(benchmark::State& state, ScreenStyle style) {
   }
   Rivals rivals({{"own", [&](size_t i) { benchmark::DoNotOptimize(palette.Build(tiles[i], false)); }},
                  {"plain", [&](size_t i) { benchmark::DoNotOptimize(plain->Build(tiles[i])); }}},
-                tiles.size(), [](size_t) {});
+                tiles.size());
   for (auto unused : state) rivals.Run();
   Report(state, rivals);
   state.counters["ns_per_pixel"] = rivals.MicrosecondsPerInput(0) * 1000 / (kTileSize * kTileSize);

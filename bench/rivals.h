@@ -22,7 +22,8 @@ class Rivals {
   };
 
   /// `prepare` is called, untimed, before each piece of work: to bring the input where it would come from.
-  Rivals(std::vector<Rival> rivals, size_t inputs, std::function<void(size_t input)> prepare)
+  Rivals(
+      std::vector<Rival> rivals, size_t inputs, std::function<void(size_t input)> prepare = [](size_t) {})
       : rivals_(std::move(rivals)),
         prepare_(std::move(prepare)),
         leastNs_(rivals_.size(), std::vector<int64_t>(inputs, INT64_MAX)) {}
