@@ -8,8 +8,7 @@ namespace cvn::agent {
 /// does not wake it.
 inline constexpr int kWaitSliceMs = 250;
 
-/// Small on purpose: bytes inside the system can no longer be overtaken by a control message. At most this
-/// where the system cannot be told the next (net/send_buffer_plan.h).
+/// Small on purpose: bytes inside the system can no longer be overtaken by a control message.
 inline constexpr int kSocketBufferBytes = 65536;
 
 /// What the system may hold beside what is under way to the peer, where it lets itself be told: on a slow

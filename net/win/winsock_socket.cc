@@ -4,9 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "base/clock.h"
 #include "base/utf.h"
-#include "net/send_buffer_plan.h"
 #include "net/socket_tuning.h"
 
 #include <winsock2.h>
@@ -47,6 +45,7 @@ void SetOption(SOCKET socket, int level, int option, int value) {
 
 void Tune(SOCKET socket) {
   SetOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+  SetOption(socket, SOL_SOCKET, SO_SNDBUF, kSocketBufferBytes);
   SetOption(socket, SOL_SOCKET, SO_RCVBUF, kSocketBufferBytes);
   tcp_keepalive keepAlive{.onoff = 1,
                           .keepalivetime = kKeepAliveIdleSeconds * 1000,
@@ -92,10 +91,7 @@ std::string NumericPeerText(const sockaddr_storage& address) {
 /// is waited apart from them.
 class WinsockSocket final : public StreamSocket {
  public:
-  explicit WinsockSocket(Handle handle) : handle_(std::move(handle)) {
-    Tune(handle_.Get());
-    ApplyPlan();
-  }
+  explicit WinsockSocket(Handle handle) : handle_(std::move(handle)) { Tune(handle_.Get()); }
 
   SocketResult Receive(std::span<uint8_t> buffer) override {
     const SocketResult ready = ReceiveReady(buffer);
@@ -128,27 +124,12 @@ class WinsockSocket final : public StreamSocket {
                     SocketStatus::Closed);
   }
   SocketResult SendReady(std::span<const uint8_t> bytes) {
-    // With any room at all the system takes all bytes of a call, however many.
-    const int size = static_cast<int>(std::min(bytes.size(), static_cast<size_t>(bufferBytes_ / 2)));
-    const SocketResult result = ResultOf(
-        send(handle_.Get(), reinterpret_cast<const char*>(bytes.data()), size, 0), SocketStatus::Failed);
-    FollowLine(result);
-    return result;
-  }
-  void FollowLine(const SocketResult& sent) {
-    if (sent.status == SocketStatus::TimedOut) bufferPlan_.Refused();
-    if (sent.status == SocketStatus::Bytes) bufferPlan_.Took(sent.bytes, clock_.NowMs());
-    if (bufferPlan_.Bytes() != bufferBytes_) ApplyPlan();
-  }
-  void ApplyPlan() {
-    bufferBytes_ = bufferPlan_.Bytes();
-    SetOption(handle_.Get(), SOL_SOCKET, SO_SNDBUF, bufferBytes_);
+    const auto size = static_cast<int>(std::min(bytes.size(), kMaxBytesPerCall));
+    return ResultOf(send(handle_.Get(), reinterpret_cast<const char*>(bytes.data()), size, 0),
+                    SocketStatus::Failed);
   }
 
   const Handle handle_;
-  const SystemClock clock_;
-  SendBufferPlan bufferPlan_;  // the sending thread's own
-  int bufferBytes_ = 0;
 };
 
 class WinsockListener final : public PendingSocket {
